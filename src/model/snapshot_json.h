@@ -1,0 +1,41 @@
+// The JSON file form of a Snapshot: our own writer and a strict reader.
+#pragma once
+
+#include "model/snapshot.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tarnwick {
+
+// The file form: two-blank indentation, " : ", keys sorted, "/" written as "\/",
+// empty arrays as "[ ]", absent optionals left out, shortest round-trip numbers,
+// the date as ISO 8601 UTC with whole seconds. Fails (nothing, with the reason
+// in `error`) on a NaN or infinite number or a date that cannot be written.
+std::optional<std::string> encodeSnapshot(const Snapshot& snapshot, std::string* error = nullptr);
+
+// Reads snapshot files. Every required key must be present with the right type;
+// optional keys may be missing or null; unknown keys are ignored; an unknown
+// kind makes the whole snapshot unreadable. Keeps its parser's buffers between
+// calls, so one decoder reading many files allocates once.
+class SnapshotDecoder {
+public:
+    SnapshotDecoder();
+    ~SnapshotDecoder();
+    SnapshotDecoder(const SnapshotDecoder&) = delete;
+    SnapshotDecoder& operator=(const SnapshotDecoder&) = delete;
+
+    // Nothing, with the reason in `error`, when the text is not a snapshot.
+    std::optional<Snapshot> decode(std::string_view json, std::string* error = nullptr);
+
+private:
+    struct Parser;
+    std::unique_ptr<Parser> parser_;
+};
+
+// One-off decoding with a fresh decoder.
+std::optional<Snapshot> decodeSnapshot(std::string_view json, std::string* error = nullptr);
+
+}  // namespace tarnwick

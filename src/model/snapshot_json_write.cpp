@@ -1,0 +1,212 @@
+// Writing a Snapshot in the exact file form.
+#include "model/iso_date.h"
+#include "model/invariant.h"
+#include "model/snapshot_json.h"
+
+#include <charconv>
+#include <cmath>
+#include <vector>
+
+namespace tarnwick {
+
+namespace {
+
+// Length of the valid UTF-8 sequence at s[i], or 0 when it is not one.
+size_t utf8SequenceLength(std::string_view s, size_t i) {
+    auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
+    unsigned char c = byte(i);
+    size_t length;
+    unsigned min;
+    unsigned cp;
+    if (c < 0x80) return 1;
+    if (c >= 0xC2 && c <= 0xDF) length = 2, cp = c & 0x1Fu, min = 0x80;
+    else if (c >= 0xE0 && c <= 0xEF) length = 3, cp = c & 0x0Fu, min = 0x800;
+    else if (c >= 0xF0 && c <= 0xF4) length = 4, cp = c & 0x07u, min = 0x10000;
+    else return 0;
+    if (i + length > s.size()) return 0;
+    for (size_t k = 1; k < length; ++k) {
+        if ((byte(i + k) & 0xC0) != 0x80) return 0;
+        cp = (cp << 6) | (byte(i + k) & 0x3Fu);
+    }
+    if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
+    return length;
+}
+
+class Writer {
+public:
+    std::string out;
+    std::string error;
+
+    void beginObject() {
+        out += '{';
+        levels_.push_back({});
+    }
+    void endObject() { close('}', "{ }"); }
+    void beginArray() {
+        out += '[';
+        levels_.push_back({});
+    }
+    void endArray() { close(']', "[ ]"); }
+
+    // Starts an object member. Keys must come in sorted order; the records are
+    // written field by field, so a wrong order is a programming error.
+    void key(std::string_view name) {
+        Level& level = levels_.back();
+        if (level.count > 0 && !(level.lastKey < name))
+            invariantFailed("snapshot keys written out of order: " + std::string(name));
+        level.lastKey = name;
+        nextItem();
+        string(name);
+        out += " : ";
+    }
+    // Starts an array element.
+    void element() { nextItem(); }
+
+    void string(std::string_view s) {
+        out += '"';
+        for (size_t i = 0; i < s.size();) {
+            char c = s[i];
+            switch (c) {
+                case '"': out += "\\\""; break;
+                case '\\': out += "\\\\"; break;
+                case '/': out += "\\/"; break;
+                case '\b': out += "\\b"; break;
+                case '\f': out += "\\f"; break;
+                case '\n': out += "\\n"; break;
+                case '\r': out += "\\r"; break;
+                case '\t': out += "\\t"; break;
+                default:
+                    if (static_cast<unsigned char>(c) < 0x20) {
+                        static const char hex[] = "0123456789abcdef";
+                        out += "\\u00";
+                        out += hex[(c >> 4) & 0xF];
+                        out += hex[c & 0xF];
+                    } else if (size_t n = utf8SequenceLength(s, i); n > 0) {
+                        out.append(s, i, n);
+                        i += n;
+                        continue;
+                    } else {
+                        // Text from outside should already be UTF-8; a stray byte
+                        // becomes U+FFFD so the file stays readable.
+                        out += "\xEF\xBF\xBD";
+                    }
+            }
+            ++i;
+        }
+        out += '"';
+    }
+    void boolean(bool b) { out += b ? "true" : "false"; }
+    void integer(int64_t v) {
+        char buffer[24];
+        out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, v).ptr);
+    }
+    void number(double v) {
+        if (!std::isfinite(v)) {
+            fail("a frame value is not a finite number");
+            v = 0;
+        }
+        // Negative zero equals zero, and readers take "-0" for the integer 0 anyway.
+        if (v == 0) v = 0;
+        char buffer[32];
+        out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, v).ptr);
+    }
+    void fail(std::string reason) {
+        if (error.empty()) error = std::move(reason);
+    }
+
+private:
+    struct Level {
+        size_t count = 0;
+        std::string_view lastKey;
+    };
+    std::vector<Level> levels_;
+
+    void newline(size_t depth) {
+        out += '\n';
+        out.append(2 * depth, ' ');
+    }
+    void nextItem() {
+        if (levels_.back().count++ > 0) out += ',';
+        newline(levels_.size());
+    }
+    void close(char bracket, std::string_view empty) {
+        size_t count = levels_.back().count;
+        levels_.pop_back();
+        if (count == 0) {
+            out.pop_back();
+            out += empty;
+            return;
+        }
+        newline(levels_.size());
+        out += bracket;
+    }
+};
+
+void writeFrame(Writer& w, const Frame& f) {
+    w.beginObject();
+    w.key("h"), w.number(f.h);
+    w.key("w"), w.number(f.w);
+    w.key("x"), w.number(f.x);
+    w.key("y"), w.number(f.y);
+    w.endObject();
+}
+
+void writeWindow(Writer& w, const WindowState& window) {
+    w.beginObject();
+    if (window.document) w.key("document"), w.string(*window.document);
+    if (window.frame) w.key("frame"), writeFrame(w, *window.frame);
+    w.key("fullScreen"), w.boolean(window.fullScreen);
+    w.key("minimized"), w.boolean(window.minimized);
+    if (window.title) w.key("title"), w.string(*window.title);
+    w.endObject();
+}
+
+void writeScripted(Writer& w, const ScriptedWindow& window) {
+    w.beginObject();
+    w.key("activeIndex"), w.integer(window.activeIndex);
+    if (window.frame) w.key("frame"), writeFrame(w, *window.frame);
+    w.key("items"), w.beginArray();
+    for (const auto& item : window.items) w.element(), w.string(item);
+    w.endArray();
+    w.endObject();
+}
+
+void writeApp(Writer& w, const AppState& app) {
+    w.beginObject();
+    if (app.bundleID) w.key("bundleID"), w.string(*app.bundleID);
+    w.key("bundlePath"), w.string(app.bundlePath);
+    w.key("hidden"), w.boolean(app.hidden);
+    w.key("kind"), w.string(toString(app.kind));
+    w.key("name"), w.string(app.name);
+    w.key("scripted"), w.beginArray();
+    for (const auto& window : app.scripted) w.element(), writeScripted(w, window);
+    w.endArray();
+    w.key("windows"), w.beginArray();
+    for (const auto& window : app.windows) w.element(), writeWindow(w, window);
+    w.endArray();
+    w.endObject();
+}
+
+}  // namespace
+
+std::optional<std::string> encodeSnapshot(const Snapshot& snapshot, std::string* error) {
+    Writer w;
+    w.out.reserve(256 + snapshot.apps.size() * 512);
+    w.beginObject();
+    w.key("apps"), w.beginArray();
+    for (const auto& app : snapshot.apps) w.element(), writeApp(w, app);
+    w.endArray();
+    auto date = isoDateText(snapshot.date);
+    if (!date) w.fail("the date cannot be written as ISO 8601 text");
+    w.key("date"), w.string(date.value_or(""));
+    if (snapshot.frontmost) w.key("frontmost"), w.string(*snapshot.frontmost);
+    w.key("reason"), w.string(snapshot.reason);
+    w.endObject();
+    if (!w.error.empty()) {
+        if (error) *error = w.error;
+        return std::nullopt;
+    }
+    return std::move(w.out);
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,25 @@
+// The two process-wide locations: the snapshot folder and the log file.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+
+namespace tarnwick {
+
+// The folder of snapshot files, ".../Tarnwick/snapshots". Computed once; the
+// first use creates it (and a failure to do so is left to the writers to report).
+const std::filesystem::path& supportDir();
+
+// The log file. Computed once, on first use.
+const std::filesystem::path& logURL();
+
+// Creates `folder` with its missing parents, ignoring every error (an existing
+// folder is left exactly as it is), and returns it.
+std::filesystem::path prepareFolder(const std::filesystem::path& folder);
+
+// Where this system keeps them; nothing when the user's base folders cannot be
+// found at all. Implemented once per system (data_folder_mac.mm, _linux.cpp).
+std::optional<std::filesystem::path> snapshotFolderLocation();
+std::optional<std::filesystem::path> logFileLocation();
+
+}  // namespace tarnwick

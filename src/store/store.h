@@ -1,0 +1,45 @@
+// Store: the snapshot files in supportDir, their listing, pruning and the pre-boot rule.
+#pragma once
+
+#include "model/snapshot.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnwick::Store {
+
+// How many of the newest snapshots prune always keeps.
+inline constexpr size_t keep = 10;
+
+// One readable snapshot file.
+struct Entry {
+    std::filesystem::path url;
+    Snapshot snapshot;
+};
+
+// Writes the snapshot unless its apps equal those of the newest stored snapshot
+// taken after the boot. True when a file was written (then old files are pruned).
+// A failure is logged as "save failed: " with the reason and leaves the folder as
+// it was.
+bool save(const Snapshot& snapshot);
+
+// Every readable snapshot, newest first; equal dates keep the listing's order.
+// Unreadable files are left out silently and never deleted.
+std::vector<Entry> all();
+
+// The newest snapshot taken strictly before the current boot.
+std::optional<Snapshot> beforeBoot();
+
+// Deletes all but the `keep` newest readable snapshots and the newest pre-boot one.
+void prune();
+
+// When this machine booted; the distant past when the system does not say, so
+// that nothing counts as taken before the boot. Computed once.
+Date bootTime();
+
+// The file name of a snapshot: its date in local time, "2026-03-14_09-26-53.json".
+std::string fileName(Date date);
+
+}  // namespace tarnwick::Store

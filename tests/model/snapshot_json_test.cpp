@@ -1,0 +1,276 @@
+// The JSON file form: exact layout, strict reading, and round trips.
+#include "model/iso_date.h"
+#include "model/snapshot_json.h"
+#include "support/snapshot_gen.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace tarnwick {
+namespace {
+
+using testing::sameSnapshot;
+
+const char* const kExampleFile = R"({
+  "apps" : [
+    {
+      "bundleID" : "com.apple.finder",
+      "bundlePath" : "\/System\/Library\/CoreServices\/Finder.app",
+      "hidden" : false,
+      "kind" : "finder",
+      "name" : "Finder",
+      "scripted" : [
+        {
+          "activeIndex" : 1,
+          "frame" : {
+            "h" : 480,
+            "w" : 920,
+            "x" : 100,
+            "y" : 80
+          },
+          "items" : [
+            "\/Users\/someone\/Documents\/"
+          ]
+        }
+      ],
+      "windows" : [ ]
+    }
+  ],
+  "date" : "2026-03-14T09:26:53Z",
+  "frontmost" : "com.apple.finder",
+  "reason" : "manual"
+})";
+
+Snapshot exampleSnapshot() {
+    return Snapshot{*isoDateFrom("2026-03-14T09:26:53Z"),
+                    "manual",
+                    "com.apple.finder",
+                    {AppState{"Finder",
+                              "com.apple.finder",
+                              "/System/Library/CoreServices/Finder.app",
+                              AppKind::finder,
+                              false,
+                              {},
+                              {ScriptedWindow{Frame{100, 80, 920, 480}, {"/Users/someone/Documents/"}, 1}}}}};
+}
+
+TEST(SnapshotJson, WritesTheExampleFileByteForByte) {
+    EXPECT_EQ(encodeSnapshot(exampleSnapshot()), std::string(kExampleFile));
+}
+
+TEST(SnapshotJson, ReadsTheExampleFileIntoEqualRecords) {
+    std::string error;
+    auto decoded = decodeSnapshot(kExampleFile, &error);
+    ASSERT_TRUE(decoded) << error;
+    EXPECT_TRUE(sameSnapshot(*decoded, exampleSnapshot()));
+}
+
+TEST(SnapshotJson, WindowWithoutFrameHasNoFrameKeyAndReadsBackEqual) {
+    Snapshot s = exampleSnapshot();
+    s.apps[0].kind = AppKind::generic;
+    s.apps[0].windows = {WindowState{"Untitled", std::nullopt, std::nullopt, true, false}};
+    auto text = encodeSnapshot(s);
+    ASSERT_TRUE(text);
+    EXPECT_NE(text->find(R"("minimized" : true,
+          "title" : "Untitled")"),
+              std::string::npos)
+        << *text;
+    EXPECT_EQ(text->find("null"), std::string::npos);
+    size_t window = text->find("\"windows\"");
+    EXPECT_EQ(text->find("\"frame\"", window), std::string::npos) << *text;
+    auto back = decodeSnapshot(*text);
+    ASSERT_TRUE(back);
+    EXPECT_TRUE(back->apps[0].windows == s.apps[0].windows);
+    EXPECT_FALSE(back->apps[0].windows[0].frame.has_value());
+}
+
+TEST(SnapshotJson, AbsentOptionalsAreLeftOut) {
+    Snapshot s{*isoDateFrom("2026-03-14T09:26:53Z"), "cli", std::nullopt, {AppState{"X", std::nullopt, "/x", AppKind::generic, true, {}, {}}}};
+    EXPECT_EQ(encodeSnapshot(s), std::string(R"({
+  "apps" : [
+    {
+      "bundlePath" : "\/x",
+      "hidden" : true,
+      "kind" : "generic",
+      "name" : "X",
+      "scripted" : [ ],
+      "windows" : [ ]
+    }
+  ],
+  "date" : "2026-03-14T09:26:53Z",
+  "reason" : "cli"
+})"));
+}
+
+TEST(SnapshotJson, EmptySession) {
+    EXPECT_EQ(encodeSnapshot(Snapshot{*isoDateFrom("2026-03-14T09:26:53Z"), "auto", std::nullopt, {}}),
+              std::string("{\n  \"apps\" : [ ],\n  \"date\" : \"2026-03-14T09:26:53Z\",\n  \"reason\" : \"auto\"\n}"));
+}
+
+TEST(SnapshotJson, NumbersInShortestRoundTripForm) {
+    Snapshot s = exampleSnapshot();
+    s.apps[0].scripted[0].frame = Frame{0.1, -25.5, 1e21, 1.0 / 3};
+    s.apps[0].scripted[0].activeIndex = -3;
+    auto text = encodeSnapshot(s);
+    ASSERT_TRUE(text);
+    EXPECT_NE(text->find("\"activeIndex\" : -3,"), std::string::npos);
+    EXPECT_NE(text->find("\"x\" : 0.1,"), std::string::npos);
+    EXPECT_NE(text->find("\"y\" : -25.5\n"), std::string::npos);
+    EXPECT_NE(text->find("\"h\" : 0.3333333333333333,"), std::string::npos);
+    auto back = decodeSnapshot(*text);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->apps[0].scripted[0], s.apps[0].scripted[0]);
+}
+
+TEST(SnapshotJson, TextEscaping) {
+    Snapshot s = exampleSnapshot();
+    s.reason = std::string("a\"b\\c/d\ne\tf\x01g\x7f") + "é—🙂" + std::string(1, '\0');
+    auto text = encodeSnapshot(s);
+    ASSERT_TRUE(text);
+    EXPECT_NE(text->find(R"("reason" : "a\"b\\c\/d\ne\tf\u0001g)" "\x7f" "é—🙂\\u0000\""), std::string::npos) << *text;
+    auto back = decodeSnapshot(*text);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->reason, s.reason);
+}
+
+TEST(SnapshotJson, InvalidUtf8IsWrittenAsReplacementCharacter) {
+    Snapshot s = exampleSnapshot();
+    s.reason = "a\xff" "b\xc3";
+    auto text = encodeSnapshot(s);
+    ASSERT_TRUE(text);
+    auto back = decodeSnapshot(*text);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->reason, "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
+}
+
+TEST(SnapshotJson, NonFiniteNumberMakesEncodingFail) {
+    for (double bad : {std::nan(""), std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()}) {
+        Snapshot s = exampleSnapshot();
+        s.apps[0].scripted[0].frame->w = bad;
+        std::string error;
+        EXPECT_EQ(encodeSnapshot(s, &error), std::nullopt);
+        EXPECT_EQ(error, "a frame value is not a finite number");
+    }
+    Snapshot s = exampleSnapshot();
+    s.apps[0].kind = AppKind::generic;
+    s.apps[0].windows = {WindowState{std::nullopt, std::nullopt, Frame{0, std::nan(""), 1, 1}, false, false}};
+    EXPECT_EQ(encodeSnapshot(s), std::nullopt);
+}
+
+TEST(SnapshotJson, DateKeepsWholeSecondsOnly) {
+    Snapshot s = exampleSnapshot();
+    s.date += std::chrono::milliseconds(999);
+    auto back = decodeSnapshot(*encodeSnapshot(s));
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->date, *isoDateFrom("2026-03-14T09:26:53Z"));
+}
+
+std::string withReplaced(std::string text, const std::string& from, const std::string& to) {
+    size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    if (at != std::string::npos) text.replace(at, from.size(), to);
+    return text;
+}
+
+std::string decodeError(const std::string& text) {
+    std::string error;
+    auto decoded = decodeSnapshot(text, &error);
+    EXPECT_FALSE(decoded) << text;
+    return error;
+}
+
+TEST(SnapshotJsonRead, UnknownKindDoesNotDecode) {
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("kind" : "finder")", R"("kind" : "opera")")),
+              R"("apps[0].kind" is an unknown kind "opera")");
+}
+
+TEST(SnapshotJsonRead, MissingRequiredKeysDoNotDecode) {
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("hidden" : false,)", "")), R"("apps[0].hidden" is missing)");
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"(,
+  "reason" : "manual")", "")),
+              R"("reason" is missing)");
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("windows" : [ ])", R"("other" : [ ])")),
+              R"("apps[0].windows" is missing)");
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("h" : 480,)", "")), R"("apps[0].scripted[0].frame.h" is missing)");
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("activeIndex" : 1,)", "")),
+              R"("apps[0].scripted[0].activeIndex" is missing)");
+}
+
+TEST(SnapshotJsonRead, NullInARequiredPlaceDoesNotDecode) {
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("name" : "Finder")", R"("name" : null)")),
+              R"("apps[0].name" is null)");
+}
+
+TEST(SnapshotJsonRead, WrongTypesDoNotDecode) {
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("hidden" : false)", R"("hidden" : 0)")),
+              R"("apps[0].hidden" is not a boolean)");
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("activeIndex" : 1)", R"("activeIndex" : 1.5)")),
+              R"("apps[0].scripted[0].activeIndex" is not an integer)");
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("x" : 100)", R"("x" : "100")")),
+              R"("apps[0].scripted[0].frame.x" is not a number)");
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("\/Users\/someone\/Documents\/")", "7")),
+              R"("apps[0].scripted[0].items[0]" is not a string)");
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("bundleID" : "com.apple.finder")", R"("bundleID" : 1)")),
+              R"("apps[0].bundleID" is not a string)");
+    EXPECT_EQ(decodeError("[1, 2]"), "the document is not an object");
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, "2026-03-14T09:26:53Z", "2026-03-14 09:26:53")),
+              R"("date" is not an ISO 8601 date: "2026-03-14 09:26:53")");
+}
+
+TEST(SnapshotJsonRead, NotJsonDoesNotDecode) {
+    EXPECT_EQ(decodeError("").rfind("not valid JSON: ", 0), 0u);
+    EXPECT_EQ(decodeError("{\"apps\" : [").rfind("not valid JSON: ", 0), 0u);
+    EXPECT_EQ(decodeError(std::string(kExampleFile) + "}").rfind("not valid JSON: ", 0), 0u);
+}
+
+TEST(SnapshotJsonRead, OptionalKeysMayBeNullOrMissing) {
+    std::string text = withReplaced(kExampleFile, R"("bundleID" : "com.apple.finder")", R"("bundleID" : null)");
+    text = withReplaced(text, R"("frontmost" : "com.apple.finder")", R"("frontmost" : null)");
+    text = withReplaced(text, R"("frame" : {
+            "h" : 480,
+            "w" : 920,
+            "x" : 100,
+            "y" : 80
+          },)", "");
+    auto decoded = decodeSnapshot(text);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->apps[0].bundleID, std::nullopt);
+    EXPECT_EQ(decoded->frontmost, std::nullopt);
+    EXPECT_EQ(decoded->apps[0].scripted[0].frame, std::nullopt);
+}
+
+TEST(SnapshotJsonRead, UnknownKeysAreIgnoredAndOrderDoesNotMatter) {
+    auto decoded = decodeSnapshot(R"({"reason":"auto","version":3,"apps":[{"windows":[{"fullScreen":true,"minimized":false,
+        "extra":{"a":[1]}}],"scripted":[],"name":"N","kind":"generic","hidden":false,"bundlePath":"/p"}],
+        "date":"2026-03-14T10:26:53+01:00"})");
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->date, *isoDateFrom("2026-03-14T09:26:53Z"));
+    EXPECT_EQ(decoded->apps[0].windows[0], (WindowState{std::nullopt, std::nullopt, std::nullopt, false, true}));
+}
+
+TEST(SnapshotJsonRead, WholeNumbersWithAFractionAreIntegers) {
+    auto decoded = decodeSnapshot(withReplaced(kExampleFile, R"("activeIndex" : 1)", R"("activeIndex" : 2.0)"));
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->apps[0].scripted[0].activeIndex, 2);
+}
+
+TEST(SnapshotJsonRoundTrip, ThousandsOfRandomSnapshots) {
+    std::mt19937_64 random(20261121);
+    for (int i = 0; i < 4000; ++i) {
+        Snapshot original = testing::randomSnapshot(random);
+        std::string error;
+        auto text = encodeSnapshot(original, &error);
+        ASSERT_TRUE(text) << "snapshot " << i << ": " << error;
+        auto back = decodeSnapshot(*text, &error);
+        ASSERT_TRUE(back) << "snapshot " << i << ": " << error << "\n" << *text;
+        original.date = testing::wholeSeconds(original.date);
+        ASSERT_TRUE(sameSnapshot(*back, original)) << "snapshot " << i << "\n" << *text;
+        // Writing what was read gives the same bytes again.
+        ASSERT_EQ(encodeSnapshot(*back), text) << "snapshot " << i;
+    }
+}
+
+}  // namespace
+}  // namespace tarnwick

@@ -1,0 +1,104 @@
+// Snapshot counts, summary and the equality rules of the records.
+#include "model/snapshot.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace tarnwick {
+namespace {
+
+AppState app(AppKind kind, size_t windows, std::vector<size_t> itemsPerScripted) {
+    AppState state{"App", "com.example", "/Applications/App.app", kind, false, {}, {}};
+    for (size_t i = 0; i < windows; ++i) state.windows.push_back({"w", std::nullopt, Frame{0, 0, 1, 1}, false, false});
+    for (size_t n : itemsPerScripted) state.scripted.push_back({std::nullopt, std::vector<std::string>(n, "x"), 1});
+    return state;
+}
+
+TEST(SnapshotCounts, TerminalCountsScriptedWindowsOnlyAndNoTabs) {
+    Snapshot s{{}, "manual", std::nullopt, {app(AppKind::terminal, 1, {1, 1, 1})}};
+    EXPECT_EQ(s.windowCount(), 3);
+    EXPECT_EQ(s.tabCount(), 0);
+}
+
+TEST(SnapshotCounts, SafariWindowsAndTabs) {
+    Snapshot s{{}, "manual", std::nullopt, {app(AppKind::safari, 0, {4, 2})}};
+    EXPECT_EQ(s.windowCount(), 2);
+    EXPECT_EQ(s.tabCount(), 6);
+}
+
+TEST(SnapshotCounts, GenericCountsAccessibilityWindowsOnly) {
+    Snapshot s{{}, "manual", std::nullopt, {app(AppKind::generic, 2, {5})}};
+    EXPECT_EQ(s.windowCount(), 2);
+    EXPECT_EQ(s.tabCount(), 0);
+}
+
+TEST(SnapshotCounts, FinderFoldersAreNotTabs) {
+    Snapshot s{{}, "manual", std::nullopt, {app(AppKind::finder, 0, {3}), app(AppKind::iterm, 0, {2})}};
+    EXPECT_EQ(s.windowCount(), 2);
+    EXPECT_EQ(s.tabCount(), 0);
+}
+
+TEST(SnapshotSummary, WithoutBrowsersHasNoTabsPart) {
+    Snapshot s{{}, "auto", std::nullopt,
+               {app(AppKind::generic, 3, {}), app(AppKind::generic, 2, {}), app(AppKind::finder, 0, {1, 1})}};
+    EXPECT_EQ(s.summary(), "3 apps · 7 windows");
+}
+
+TEST(SnapshotSummary, WordsStayPluralAndTabsAppearFromOne) {
+    EXPECT_EQ((Snapshot{{}, "auto", std::nullopt, {}}).summary(), "0 apps · 0 windows");
+    EXPECT_EQ((Snapshot{{}, "auto", std::nullopt, {app(AppKind::generic, 1, {})}}).summary(), "1 apps · 1 windows");
+    EXPECT_EQ((Snapshot{{}, "auto", std::nullopt, {app(AppKind::chromium, 0, {1})}}).summary(),
+              "1 apps · 1 windows · 1 tabs");
+    Snapshot five{{}, "auto", std::nullopt,
+                  {app(AppKind::generic, 4, {}), app(AppKind::generic, 3, {}), app(AppKind::chromium, 0, {30, 5}),
+                   app(AppKind::safari, 0, {5}), app(AppKind::terminal, 0, {1, 1})}};
+    EXPECT_EQ(five.summary(), "5 apps · 12 windows · 40 tabs");
+}
+
+TEST(RecordEquality, SameAppsInAnotherOrderAreUnequal) {
+    AppState a = app(AppKind::generic, 1, {}), b = app(AppKind::generic, 2, {});
+    b.name = "Other";
+    EXPECT_TRUE(sameList(std::vector<AppState>{a, b}, std::vector<AppState>{a, b}));
+    EXPECT_FALSE(sameList(std::vector<AppState>{a, b}, std::vector<AppState>{b, a}));
+}
+
+TEST(RecordEquality, EveryFieldCounts) {
+    AppState base = app(AppKind::chromium, 1, {2});
+    auto differs = [&](auto change) {
+        AppState other = base;
+        change(other);
+        return !(other == base);
+    };
+    EXPECT_TRUE(differs([](AppState& a) { a.name = "x"; }));
+    EXPECT_TRUE(differs([](AppState& a) { a.bundleID.reset(); }));
+    EXPECT_TRUE(differs([](AppState& a) { a.bundlePath = "x"; }));
+    EXPECT_TRUE(differs([](AppState& a) { a.kind = AppKind::safari; }));
+    EXPECT_TRUE(differs([](AppState& a) { a.hidden = true; }));
+    EXPECT_TRUE(differs([](AppState& a) { a.windows[0].title = std::nullopt; }));
+    EXPECT_TRUE(differs([](AppState& a) { a.windows[0].document = ""; }));
+    EXPECT_TRUE(differs([](AppState& a) { a.windows[0].frame->x += 1; }));
+    EXPECT_TRUE(differs([](AppState& a) { a.windows[0].minimized = true; }));
+    EXPECT_TRUE(differs([](AppState& a) { a.windows[0].fullScreen = true; }));
+    EXPECT_TRUE(differs([](AppState& a) { a.scripted[0].items.push_back("y"); }));
+    EXPECT_TRUE(differs([](AppState& a) { a.scripted[0].activeIndex = 2; }));
+    EXPECT_TRUE(differs([](AppState& a) { a.scripted[0].frame = Frame{0, 0, 1, 1}; }));
+    EXPECT_FALSE(differs([](AppState&) {}));
+}
+
+TEST(RecordEquality, AbsentAndEmptyTextsDiffer) {
+    WindowState a{std::nullopt, std::nullopt, std::nullopt, false, false};
+    WindowState b{"", std::nullopt, std::nullopt, false, false};
+    EXPECT_FALSE(a == b);
+    EXPECT_TRUE(a == a);
+}
+
+TEST(RecordEquality, AListIsEqualToItselfEvenWithANaNFrame) {
+    std::vector<WindowState> windows{{"w", std::nullopt, Frame{std::nan(""), 0, 1, 1}, false, false}};
+    EXPECT_TRUE(sameList(windows, windows));
+    std::vector<WindowState> copy = windows;
+    EXPECT_FALSE(sameList(windows, copy));
+}
+
+}  // namespace
+}  // namespace tarnwick
