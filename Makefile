@@ -1,0 +1,28 @@
+# Thin entry points over the CMake presets. Each target first installs what is
+# missing (apt-get on Debian, Homebrew on macOS).
+
+.PHONY: run test bench deps clean
+
+run: deps
+	cmake --preset default
+	cmake --build --preset default --target tarnwick
+	./build/default/src/tarnwick --capture
+
+test: deps
+	cmake --preset default
+	cmake --build --preset default
+	ctest --preset default
+	cmake --preset sanitize
+	cmake --build --preset sanitize
+	ctest --preset sanitize
+
+bench: deps
+	cmake --preset default
+	cmake --build --preset default --target tarnwick_bench
+	./build/default/bench/tarnwick_bench
+
+deps:
+	@sh tools/install-deps
+
+clean:
+	rm -rf build
