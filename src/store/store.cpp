@@ -23,7 +23,8 @@ std::optional<std::string> readFile(const std::filesystem::path& path) {
     struct stat info {};
     if (!fd || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
     std::string content;
-    content.resize(static_cast<size_t>(info.st_size));
+    // One byte more than the file, so the read that finds its end needs no growth.
+    content.resize(static_cast<size_t>(info.st_size) + 1);
     size_t filled = 0;
     for (;;) {
         if (filled == content.size()) content.resize(content.size() + 4096);
