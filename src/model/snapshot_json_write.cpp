@@ -2,6 +2,7 @@
 #include "model/iso_date.h"
 #include "model/invariant.h"
 #include "model/snapshot_json.h"
+#include "model/utf8.h"
 
 #include <charconv>
 #include <cmath>
@@ -10,27 +11,6 @@
 namespace tarnwick {
 
 namespace {
-
-// Length of the valid UTF-8 sequence at s[i], or 0 when it is not one.
-size_t utf8SequenceLength(std::string_view s, size_t i) {
-    auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
-    unsigned char c = byte(i);
-    size_t length;
-    unsigned min;
-    unsigned cp;
-    if (c < 0x80) return 1;
-    if (c >= 0xC2 && c <= 0xDF) length = 2, cp = c & 0x1Fu, min = 0x80;
-    else if (c >= 0xE0 && c <= 0xEF) length = 3, cp = c & 0x0Fu, min = 0x800;
-    else if (c >= 0xF0 && c <= 0xF4) length = 4, cp = c & 0x07u, min = 0x10000;
-    else return 0;
-    if (i + length > s.size()) return 0;
-    for (size_t k = 1; k < length; ++k) {
-        if ((byte(i + k) & 0xC0) != 0x80) return 0;
-        cp = (cp << 6) | (byte(i + k) & 0x3Fu);
-    }
-    if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
-    return length;
-}
 
 class Writer {
 public:

@@ -31,4 +31,13 @@ const std::filesystem::path& logURL() {
     return file;
 }
 
+const std::filesystem::path& homeDirectory() {
+    static const std::filesystem::path home = [] {
+        auto location = homeLocation();
+        if (!location) invariantFailed("the user has no home directory");
+        return *location;
+    }();
+    return home;
+}
+
 }  // namespace tarnwick

@@ -13,7 +13,7 @@ namespace tarnwick {
 
 namespace {
 
-std::optional<std::filesystem::path> home() {
+std::optional<std::filesystem::path> homeFromSystem() {
     if (const char* h = std::getenv("HOME"); h && *h == '/') return std::filesystem::path(h);
     if (const passwd* pw = getpwuid(getuid()); pw && pw->pw_dir && *pw->pw_dir == '/')
         return std::filesystem::path(pw->pw_dir);
@@ -23,11 +23,13 @@ std::optional<std::filesystem::path> home() {
 // An XDG variable counts only when it holds an absolute path.
 std::optional<std::filesystem::path> xdg(const char* variable, const char* fallbackUnderHome) {
     if (const char* v = std::getenv(variable); v && *v == '/') return std::filesystem::path(v);
-    if (auto h = home()) return *h / fallbackUnderHome;
+    if (auto h = homeFromSystem()) return *h / fallbackUnderHome;
     return std::nullopt;
 }
 
 }  // namespace
+
+std::optional<std::filesystem::path> homeLocation() { return homeFromSystem(); }
 
 std::optional<std::filesystem::path> snapshotFolderLocation() {
     auto base = xdg("XDG_DATA_HOME", ".local/share");

@@ -1,0 +1,122 @@
+// Restore scripts: their texts and their runs.
+#include "scripting/restore_scripts.h"
+
+#include "scripting/quoting.h"
+#include "scripting/runner.h"
+#include "store/data_folder.h"
+
+namespace tarnwick::Scripts {
+
+namespace {
+
+// Sets the saved bounds; inside "try" so a refused resize does not fail the script.
+std::string boundsBlock(const ScriptedWindow& window, std::string_view target = "w") {
+    if (!window.frame) return {};
+    return "try\nset bounds of " + std::string(target) + " to " + window.frame->appleScriptBounds() + "\nend try\n";
+}
+
+std::vector<std::string> nonEmpty(const std::vector<std::string>& items) {
+    std::vector<std::string> result;
+    for (const auto& item : items)
+        if (!item.empty()) result.push_back(item);
+    return result;
+}
+
+// The command a new shell runs: go to the directory, then clear the screen.
+std::string terminalCommand(const std::string& directory) { return asq("cd " + shq(directory) + " && clear"); }
+
+bool run(const std::optional<std::string>& script, double timeout) {
+    return !script || runAppleScript(*script, timeout).has_value();
+}
+
+}  // namespace
+
+std::optional<std::string> restoreChromiumScript(const std::string& bundleID, const ScriptedWindow& window) {
+    auto urls = nonEmpty(window.items);
+    if (urls.empty()) return std::nullopt;
+    std::string script = "tell application id " + asq(bundleID) + "\nset w to make new window\n" +
+                         "set URL of active tab of w to " + asq(urls.front()) + "\n";
+    for (size_t i = 1; i < urls.size(); ++i)
+        script += "make new tab at end of tabs of w with properties {URL:" + asq(urls[i]) + "}\n";
+    // The saved index counts the empty items too and is not clamped; the "try"
+    // absorbs an index that is out of range.
+    return script + boundsBlock(window) + "try\nset active tab index of w to " + std::to_string(window.activeIndex) +
+           "\nend try\nend tell\n";
+}
+
+std::optional<std::string> restoreSafariScript(const ScriptedWindow& window) {
+    auto urls = nonEmpty(window.items);
+    if (urls.empty()) return std::nullopt;
+    std::string script = "tell application id \"com.apple.Safari\"\nmake new document with properties {URL:" +
+                         asq(urls.front()) + "}\nset w to front window\n";
+    for (size_t i = 1; i < urls.size(); ++i)
+        script += "tell w to make new tab at end of tabs with properties {URL:" + asq(urls[i]) + "}\n";
+    return script + boundsBlock(window) + "try\nset current tab of w to tab " + std::to_string(window.activeIndex) +
+           " of w\nend try\nend tell\n";
+}
+
+std::optional<std::string> restoreFinderScript(const ScriptedWindow& window) {
+    if (window.items.empty()) return std::nullopt;
+    return "tell application \"Finder\"\nset w to make new Finder window to (POSIX file " + asq(window.items.front()) +
+           " as alias)\n" + boundsBlock(window) + "end tell\n";
+}
+
+std::optional<std::string> restoreTerminalScript(const ScriptedWindow& window, bool reuseFrontWindow) {
+    if (window.items.empty()) return std::nullopt;
+    // Terminal opens a window for "do script" by itself, so the bounds go to
+    // whatever window is in front afterwards: the one just used or opened.
+    return "tell application id \"com.apple.Terminal\"\ndo script " + terminalCommand(window.items.front()) +
+           (reuseFrontWindow ? " in window 1" : "") + "\n" + boundsBlock(window, "front window") + "end tell\n";
+}
+
+std::string restoreITermScript(const ScriptedWindow& window, const std::string& homeDirectory) {
+    std::vector<std::string> directories = window.items;
+    if (directories.empty()) directories.push_back(homeDirectory);
+    std::string script =
+        "tell application id \"com.googlecode.iterm2\"\nset w to (create window with default profile)\n"
+        "tell current session of w to write text " +
+        terminalCommand(directories.front()) + "\n";
+    for (size_t i = 1; i < directories.size(); ++i)
+        script += "tell w\nset t to (create tab with default profile)\nend tell\n"
+                  "tell current session of t to write text " +
+                  terminalCommand(directories[i]) + "\n";
+    return script + boundsBlock(window) + "end tell\n";
+}
+
+std::string closeBlankBrowserWindowsScript(AppKind kind, const std::string& bundleID) {
+    std::string url = kind == AppKind::safari ? "URL of current tab of w" : "URL of active tab of w";
+    // The window list is taken once, so closing one does not upset the loop.
+    return "tell application id " + asq(bundleID) + R"(
+    repeat with w in (get windows)
+        try
+            if (count of tabs of w) is 1 then
+                set u to )" + url +
+           R"(
+                if u is missing value or u is "" or u contains "://newtab" or u is "about:blank" or u starts with "favorites:" or u starts with "topsites:" then close w
+            end if
+        end try
+    end repeat
+end tell)";
+}
+
+bool restoreChromium(const std::string& bundleID, const ScriptedWindow& window) {
+    return run(restoreChromiumScript(bundleID, window), 60);
+}
+
+bool restoreSafari(const ScriptedWindow& window) { return run(restoreSafariScript(window), 60); }
+
+bool restoreFinder(const ScriptedWindow& window) { return run(restoreFinderScript(window), 20); }
+
+bool restoreTerminal(const ScriptedWindow& window, bool reuseFrontWindow) {
+    return run(restoreTerminalScript(window, reuseFrontWindow), 20);
+}
+
+bool restoreITerm(const ScriptedWindow& window) {
+    return run(restoreITermScript(window, homeDirectory().string()), 30);
+}
+
+void closeBlankBrowserWindows(AppKind kind, const std::string& bundleID) {
+    runAppleScript(closeBlankBrowserWindowsScript(kind, bundleID), 20);
+}
+
+}  // namespace tarnwick::Scripts
