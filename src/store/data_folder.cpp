@@ -13,30 +13,29 @@ std::filesystem::path prepareFolder(const std::filesystem::path& folder) {
     return folder;
 }
 
+namespace {
+
+// A location the system must have; a user without one cannot be served at all.
+std::filesystem::path required(std::optional<std::filesystem::path> location, std::string_view missing) {
+    if (!location) invariantFailed(missing);
+    return *location;
+}
+
+}  // namespace
+
 const std::filesystem::path& supportDir() {
-    static const std::filesystem::path folder = [] {
-        auto location = snapshotFolderLocation();
-        if (!location) invariantFailed("no folder for application data in the user's home");
-        return prepareFolder(*location);
-    }();
+    static const std::filesystem::path folder =
+        prepareFolder(required(snapshotFolderLocation(), "no folder for application data in the user's home"));
     return folder;
 }
 
 const std::filesystem::path& logURL() {
-    static const std::filesystem::path file = [] {
-        auto location = logFileLocation();
-        if (!location) invariantFailed("no folder for logs in the user's home");
-        return *location;
-    }();
+    static const std::filesystem::path file = required(logFileLocation(), "no folder for logs in the user's home");
     return file;
 }
 
 const std::filesystem::path& homeDirectory() {
-    static const std::filesystem::path home = [] {
-        auto location = homeLocation();
-        if (!location) invariantFailed("the user has no home directory");
-        return *location;
-    }();
+    static const std::filesystem::path home = required(homeLocation(), "the user has no home directory");
     return home;
 }
 
