@@ -82,9 +82,10 @@ std::optional<std::string> runAppleScript(std::string_view script, double timeou
         log("osascript failed to start: " + std::string(std::strerror(error)) + " (" + interpreter + ")");
         return std::nullopt;
     }
+    // A time-out that is not a sensible number of seconds counts as none at all.
+    if (!(timeout >= 0 && timeout < 1e6)) timeout = 0;
     auto deadline = std::chrono::steady_clock::now() +
-                    std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                        std::chrono::duration<double>(std::isfinite(timeout) && timeout > 0 ? timeout : 0));
+                    std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(timeout));
     std::string input = std::string(kPrologue) + std::string(script);
     std::string out, err;
     std::optional<int> status;
