@@ -34,17 +34,6 @@ std::string ifRunning(const std::string& bundleID, const std::string& body) {
            body + "end tell\nend if";
 }
 
-// Splits at line feeds, dropping empty lines.
-std::vector<std::string_view> lines(std::string_view text) {
-    std::vector<std::string_view> result;
-    while (!text.empty()) {
-        size_t cut = text.find('\n');
-        if (cut != 0) result.push_back(text.substr(0, cut));
-        text = cut == std::string_view::npos ? std::string_view{} : text.substr(cut + 1);
-    }
-    return result;
-}
-
 std::string_view trim(std::string_view s, std::string_view characters) {
     size_t first = s.find_first_not_of(characters);
     if (first == std::string_view::npos) return {};
@@ -171,7 +160,7 @@ std::optional<std::vector<ScriptedWindow>> captureTerminal() {
 }
 
 std::optional<std::string> shellPidFromPs(std::string_view psOutput) {
-    for (std::string_view line : lines(psOutput)) {
+    for (std::string_view line : nonEmptyLines(psOutput)) {
         // Two columns: the number, then the command (which may hold spaces).
         std::string_view rest = line.substr(std::min(line.find_first_not_of(' '), line.size()));
         size_t space = rest.find(' ');
@@ -185,7 +174,7 @@ std::optional<std::string> shellPidFromPs(std::string_view psOutput) {
 }
 
 std::optional<std::string> cwdFromLsof(std::string_view lsofOutput) {
-    for (std::string_view line : lines(lsofOutput))
+    for (std::string_view line : nonEmptyLines(lsofOutput))
         if (line.front() == 'n') return std::string(line.substr(1));
     return std::nullopt;
 }

@@ -1,6 +1,8 @@
 // ChildProcess on POSIX: posix_spawn with RAII wrappers, close-on-exec pipes, reaping.
 #include "scripting/child_process.h"
 
+#include "model/invariant.h"
+
 #include <csignal>
 #include <fcntl.h>
 #include <spawn.h>
@@ -119,6 +121,8 @@ std::optional<ChildProcess> ChildProcess::start(const std::string& path, const s
 
 int ChildProcess::wait() {
     int status = 0;
+    // Waiting for -1 would reap any child of ours, not this one.
+    if (pid_ <= 0) invariantFailed("waiting for a child that was already reaped");
     retryOnEintr([&] { return ::waitpid(pid_, &status, 0); });
     pid_ = -1;
     return status;
@@ -126,6 +130,7 @@ int ChildProcess::wait() {
 
 std::optional<int> ChildProcess::waitUntil(Deadline deadline) {
     int status = 0;
+    if (pid_ <= 0) invariantFailed("waiting for a child that was already reaped");
     auto pause = std::chrono::microseconds(100);
     while (!reaped(pid_, status)) {
         if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;

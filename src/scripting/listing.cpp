@@ -22,16 +22,20 @@ int64_t activeIndex(std::string_view text) {
 
 }  // namespace
 
+std::vector<std::string_view> nonEmptyLines(std::string_view text) {
+    std::vector<std::string_view> lines;
+    while (!text.empty()) {
+        size_t cut = text.find('\n');
+        if (cut != 0) lines.push_back(text.substr(0, cut));
+        text = cut == std::string_view::npos ? std::string_view{} : text.substr(cut + 1);
+    }
+    return lines;
+}
+
 std::optional<std::vector<ScriptedWindow>> parseWindows(const std::optional<std::string>& listing) {
     if (!listing) return std::nullopt;
     std::vector<ScriptedWindow> windows;
-    std::string_view rest = *listing;
-    while (!rest.empty()) {
-        size_t cut = rest.find('\n');
-        std::string_view line = rest.substr(0, cut);
-        rest = cut == std::string_view::npos ? std::string_view{} : rest.substr(cut + 1);
-        if (line.empty()) continue;
-
+    for (std::string_view line : nonEmptyLines(*listing)) {
         // At most three fields: any tab after the second stays in field 3.
         size_t firstTab = line.find('\t');
         std::string_view tag = line.substr(0, firstTab);

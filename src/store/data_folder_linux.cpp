@@ -11,25 +11,23 @@
 
 namespace tarnwick {
 
-namespace {
-
-std::optional<std::filesystem::path> homeFromSystem() {
+std::optional<std::filesystem::path> homeLocation() {
     if (const char* h = std::getenv("HOME"); h && *h == '/') return std::filesystem::path(h);
     if (const passwd* pw = getpwuid(getuid()); pw && pw->pw_dir && *pw->pw_dir == '/')
         return std::filesystem::path(pw->pw_dir);
     return std::nullopt;
 }
 
+namespace {
+
 // An XDG variable counts only when it holds an absolute path.
 std::optional<std::filesystem::path> xdg(const char* variable, const char* fallbackUnderHome) {
     if (const char* v = std::getenv(variable); v && *v == '/') return std::filesystem::path(v);
-    if (auto h = homeFromSystem()) return *h / fallbackUnderHome;
+    if (auto h = homeLocation()) return *h / fallbackUnderHome;
     return std::nullopt;
 }
 
 }  // namespace
-
-std::optional<std::filesystem::path> homeLocation() { return homeFromSystem(); }
 
 std::optional<std::filesystem::path> snapshotFolderLocation() {
     auto base = xdg("XDG_DATA_HOME", ".local/share");

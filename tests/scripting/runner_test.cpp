@@ -1,6 +1,8 @@
 // runAppleScript and Scripts::shell against fake interpreters: real child processes.
 #include "fake_tools.h"
 
+#include "scripting/child_process.h"
+
 #include "store/data_folder.h"
 #include "support/temp_dir.h"
 
@@ -10,6 +12,7 @@
 #include <dirent.h>
 #include <fstream>
 #include <regex>
+#include <sys/wait.h>
 #include <thread>
 
 namespace tarnwick::testing {
@@ -202,6 +205,29 @@ TEST_F(RunnerTest, RunsFromSeveralThreadsAtOnce) {
         });
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(wrong, 0);
+}
+
+TEST(ChildProcessDeath, WaitingTwiceStopsInsteadOfReapingAnotherChild) {
+    EXPECT_DEATH(
+        {
+            int error = 0;
+            auto child = ChildProcess::start("/bin/true", {}, ChildProcess::Input::inherit,
+                                             ChildProcess::ErrorOutput::discard, error);
+            if (!child) std::abort();
+            child->wait();
+            child->wait();
+        },
+        "waiting for a child that was already reaped");
+}
+
+TEST(ChildProcess, ExitStatusIsReported) {
+    int error = 0;
+    auto child = ChildProcess::start("/bin/sh", {"-c", "exit 7"}, ChildProcess::Input::inherit,
+                                     ChildProcess::ErrorOutput::discard, error);
+    ASSERT_TRUE(child) << error;
+    int status = child->wait();
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 7);
 }
 
 }  // namespace
