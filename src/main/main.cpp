@@ -1,9 +1,22 @@
 // Process entry: the one-shot modes and, on a Mac, the menu-bar application.
 #include <cstdio>
 
+#if defined(__APPLE__)
+#include "platform/platform.h"
+#include "session/platform_mac.h"
+#endif
+
 int main() {
+#if defined(__APPLE__)
+    // The one place a backend is chosen: everything after this reaches the
+    // desktop through it.
+    tarnwick::installPlatform(&tarnwick::macPlatform());
+    std::fputs("tarnwick: the command-line modes are not part of this build yet\n", stderr);
+    return 2;
+#else
     // Capture and restore need a desktop backend; this system has none yet, and
     // pretending to capture would write an empty session.
     std::fputs("tarnwick: no desktop backend on this system yet; capture and restore work on macOS only\n", stderr);
     return 2;
+#endif
 }

@@ -3,7 +3,7 @@
 
 #include "scripting/quoting.h"
 #include "scripting/runner.h"
-#include "store/data_folder.h"
+#include "platform/platform.h"
 
 namespace tarnwick::Scripts {
 
@@ -112,7 +112,7 @@ bool restoreTerminal(const ScriptedWindow& window, bool reuseFrontWindow) {
 }
 
 bool restoreITerm(const ScriptedWindow& window) {
-    return run(restoreITermScript(window, homeDirectory().string()), 30);
+    return run(restoreITermScript(window, platform().homeDirectory()), 30);
 }
 
 void closeBlankBrowserWindows(AppKind kind, const std::string& bundleID) {

@@ -34,9 +34,4 @@ const std::filesystem::path& logURL() {
     return file;
 }
 
-const std::filesystem::path& homeDirectory() {
-    static const std::filesystem::path home = required(homeLocation(), "the user has no home directory");
-    return home;
-}
-
 }  // namespace tarnwick

@@ -17,13 +17,9 @@ const std::filesystem::path& logURL();
 // folder is left exactly as it is), and returns it.
 std::filesystem::path prepareFolder(const std::filesystem::path& folder);
 
-// The user's home directory. Stops the process when there is none.
-const std::filesystem::path& homeDirectory();
-
 // Where this system keeps them; nothing when the user's base folders cannot be
 // found at all. Implemented once per system (data_folder_mac.mm, _linux.cpp).
 std::optional<std::filesystem::path> snapshotFolderLocation();
 std::optional<std::filesystem::path> logFileLocation();
-std::optional<std::filesystem::path> homeLocation();
 
 }  // namespace tarnwick

@@ -24,14 +24,6 @@ std::optional<std::filesystem::path> userDirectory(NSSearchPathDirectory directo
 
 }  // namespace
 
-std::optional<std::filesystem::path> homeLocation() {
-    @autoreleasepool {
-        NSString* home = NSHomeDirectory();
-        if (home.length == 0) return std::nullopt;
-        return std::filesystem::path(home.UTF8String);
-    }
-}
-
 std::optional<std::filesystem::path> snapshotFolderLocation() {
     auto base = userDirectory(NSApplicationSupportDirectory);
     if (!base) return std::nullopt;

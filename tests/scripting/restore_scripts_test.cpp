@@ -3,7 +3,7 @@
 #include "fake_tools.h"
 
 #include "scripting/restore_scripts.h"
-#include "store/data_folder.h"
+#include "platform/platform.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -128,7 +128,7 @@ TEST_F(RestoreRunTest, SuccessfulRunsSendTheirScript) {
     EXPECT_TRUE(Scripts::restoreTerminal(window, false));
     EXPECT_EQ(received(), prologue + *Scripts::restoreTerminalScript(window, false));
     EXPECT_TRUE(Scripts::restoreITerm({kFrame, {}, 1}));
-    EXPECT_EQ(received(), prologue + Scripts::restoreITermScript({kFrame, {}, 1}, homeDirectory().string()));
+    EXPECT_EQ(received(), prologue + Scripts::restoreITermScript({kFrame, {}, 1}, platform().homeDirectory()));
     Scripts::closeBlankBrowserWindows(AppKind::safari, "com.apple.Safari");
     EXPECT_EQ(received(), prologue + Scripts::closeBlankBrowserWindowsScript(AppKind::safari, "com.apple.Safari"));
 }

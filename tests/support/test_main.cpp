@@ -1,5 +1,8 @@
 // Test entry: points HOME and the XDG folders at a private temporary folder, so
-// no test can read or write the user's real snapshots or log.
+// no test can read or write the user's real snapshots or log, and installs a
+// simulated desktop whose home is that folder. Tests that drive the desktop
+// install their own for the time they run.
+#include "support/sim_desktop.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -12,5 +15,10 @@ int main(int argc, char** argv) {
     setenv("HOME", home.path().c_str(), 1);
     setenv("XDG_DATA_HOME", (home.path() / "data").c_str(), 1);
     setenv("XDG_STATE_HOME", (home.path() / "state").c_str(), 1);
-    return RUN_ALL_TESTS();
+    tarnwick::testing::SimDesktop desktop;
+    desktop.home = home.path().string();
+    tarnwick::installPlatform(&desktop);
+    int status = RUN_ALL_TESTS();
+    tarnwick::installPlatform(nullptr);
+    return status;
 }

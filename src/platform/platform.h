@@ -1,0 +1,143 @@
+// The platform seam: the one interface through which Tarnwick reaches the desktop.
+#pragma once
+
+#include "model/snapshot.h"
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace tarnwick {
+
+// An opaque reference to something a backend owns: a UI element, a running
+// application. Copies share it; the backend's deleter releases it (CFRelease on
+// macOS). An empty handle stands for "none".
+template <class Tag>
+class Handle {
+public:
+    Handle() = default;
+    explicit Handle(std::shared_ptr<const void> ref) : ref_(std::move(ref)) {}
+
+    const void* get() const { return ref_.get(); }
+    explicit operator bool() const { return ref_ != nullptr; }
+    // The same reference. Two references may still name one element: ask the
+    // platform's sameElement for that.
+    bool operator==(const Handle&) const = default;
+
+private:
+    std::shared_ptr<const void> ref_;
+};
+
+// A window or an application as the window-access half sees it.
+using Element = Handle<struct ElementTag>;
+// A running application as the applications half sees it.
+using App = Handle<struct AppTag>;
+
+struct Point {
+    double x = 0;
+    double y = 0;
+    bool operator==(const Point&) const = default;
+};
+
+struct Size {
+    double width = 0;
+    double height = 0;
+    bool operator==(const Size&) const = default;
+};
+
+// A value of a type Tarnwick never reads (a number, a URL object, an array
+// that holds something other than elements…). Reading it is not a failure,
+// but it matches no expected type.
+struct OtherValue {
+    bool operator==(const OtherValue&) const = default;
+};
+
+// An attribute's value, typed by the backend.
+using AttrValue = std::variant<std::string, bool, Point, Size, std::vector<Element>, OtherValue>;
+
+// The 20 bytes that name one element of an application to the private
+// remote-token lookup.
+using RemoteToken = std::array<std::uint8_t, 20>;
+
+enum class ActivationPolicy { regular, accessory, prohibited };
+
+// What a running application says of itself at the moment it is asked.
+struct AppInfo {
+    std::int32_t pid = 0;
+    ActivationPolicy policy = ActivationPolicy::regular;
+    std::optional<std::string> bundleID;
+    std::optional<std::string> bundlePath;  // file-system path of the bundle
+    std::optional<std::string> name;        // localized name
+    bool hidden = false;
+    bool terminated = false;
+    bool finishedLaunching = false;
+};
+
+// Receives the description of an error that a launch or an open reports. It may
+// be called on another thread, and after the call that started the work has
+// returned, so it must own everything it uses.
+using ErrorSink = std::function<void(const std::string& description)>;
+
+// One table of desktop operations, filled once per backend: macOS, the
+// simulated desktop of the tests, and later X11. Nothing above it calls the
+// operating system for windows, applications, files or time.
+class Platform {
+public:
+    virtual ~Platform() = default;
+
+    // Window access: elements and their attributes. Every failure is an empty
+    // handle, an absent value or a silently dropped write.
+    virtual bool accessibilityTrusted() = 0;
+    virtual void promptForAccessibilityTrust() = 0;
+    virtual Element applicationElement(std::int32_t pid) = 0;
+    virtual void setMessagingTimeout(const Element& element, float seconds) = 0;
+    virtual std::optional<AttrValue> copyAttribute(const Element& element, const std::string& name) = 0;
+    virtual void setAttribute(const Element& element, const std::string& name, const AttrValue& value) = 0;
+    // The element that answers to the token, or an empty handle.
+    virtual Element elementForRemoteToken(const RemoteToken& token) = 0;
+    virtual bool sameElement(const Element& a, const Element& b) = 0;
+
+    // Running applications.
+    virtual std::optional<std::string> ownBundleIdentifier() = 0;
+    virtual std::vector<App> runningApplications() = 0;
+    virtual std::vector<App> runningApplications(const std::string& bundleID) = 0;
+    virtual std::optional<App> frontmostApplication() = 0;
+    virtual AppInfo appInfo(const App& app) = 0;
+    virtual void hide(const App& app) = 0;
+    // Brings the application forward, with no activation options.
+    virtual void activate(const App& app) = 0;
+    // Where the application with this identifier is installed, if anywhere.
+    virtual std::optional<std::string> applicationPath(const std::string& bundleID) = 0;
+    // Launches the bundle at appPath without activating it and waits at most
+    // `timeout` seconds for the launch to hand back the running application.
+    virtual std::optional<App> openApplication(const std::string& appPath, double timeout,
+                                               ErrorSink onError) = 0;
+    // Opens the document URLs with the application at appPath, without
+    // activating it, and waits at most `timeout` seconds for the open to answer.
+    virtual void openDocuments(const std::vector<std::string>& urls, const std::string& appPath,
+                               double timeout, ErrorSink onError) = 0;
+
+    // Files and the user.
+    virtual bool fileExists(const std::string& path) = 0;
+    virtual std::string homeDirectory() = 0;
+
+    // Time: the wall clock, a monotonic clock in seconds, and sleeping.
+    virtual Date currentDate() = 0;
+    virtual double monotonicSeconds() = 0;
+    virtual void sleep(double seconds) = 0;
+};
+
+// Installs the backend every later call goes to (nullptr removes it) and
+// returns the one it replaces. Called once at start-up by the program, and by
+// tests around each case; the caller keeps the backend alive while installed.
+Platform* installPlatform(Platform* backend);
+
+// The installed backend. Stops the process when none is installed.
+Platform& platform();
+
+}  // namespace tarnwick

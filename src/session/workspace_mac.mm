@@ -1,0 +1,224 @@
+// The macOS backend: applications through NSWorkspace, windows through AXMac.
+#include "session/platform_mac.h"
+
+#include "access/axo_mac.h"
+
+#import <AppKit/AppKit.h>
+#include <dispatch/dispatch.h>
+
+#include <chrono>
+#include <mutex>
+#include <thread>
+
+#if !defined(__APPLE__)
+#error "workspace_mac.mm is for macOS"
+#endif
+
+namespace tarnwick {
+
+namespace {
+
+// A running application handle that keeps one strong reference to it.
+App wrap(NSRunningApplication* app) {
+    if (app == nil) return App();
+    return App(std::shared_ptr<const void>((__bridge_retained const void*)app,
+                                           [](const void* ref) { (void)CFBridgingRelease(ref); }));
+}
+
+NSRunningApplication* unwrap(const App& app) { return (__bridge NSRunningApplication*)app.get(); }
+
+std::optional<std::string> text(NSString* value) {
+    if (value == nil || value.UTF8String == nullptr) return std::nullopt;
+    return std::string(value.UTF8String);
+}
+
+NSString* nsText(const std::string& value) { return [NSString stringWithUTF8String:value.c_str()]; }
+
+std::vector<App> wrapAll(NSArray<NSRunningApplication*>* apps) {
+    std::vector<App> wrapped;
+    for (NSRunningApplication* app in apps) wrapped.push_back(wrap(app));
+    return wrapped;
+}
+
+ActivationPolicy policyOf(NSApplicationActivationPolicy policy) {
+    switch (policy) {
+        case NSApplicationActivationPolicyRegular: return ActivationPolicy::regular;
+        case NSApplicationActivationPolicyAccessory: return ActivationPolicy::accessory;
+        case NSApplicationActivationPolicyProhibited: return ActivationPolicy::prohibited;
+    }
+    return ActivationPolicy::prohibited;
+}
+
+// What a completion handler leaves for the waiting thread. The handler may run
+// after the wait gave up, so the box is shared, never on the waiter's stack.
+struct LaunchBox {
+    std::mutex lock;
+    App app;
+};
+
+dispatch_time_t after(double seconds) {
+    return dispatch_time(DISPATCH_TIME_NOW, static_cast<int64_t>(seconds * static_cast<double>(NSEC_PER_SEC)));
+}
+
+std::string describe(NSError* error) {
+    return text(error.localizedDescription).value_or("unknown error");
+}
+
+class MacPlatform final : public Platform {
+public:
+    bool accessibilityTrusted() override { return AXMac::trusted(); }
+    void promptForAccessibilityTrust() override { AXMac::promptForTrust(); }
+    Element applicationElement(std::int32_t pid) override { return AXMac::application(pid); }
+    void setMessagingTimeout(const Element& element, float seconds) override {
+        AXMac::setMessagingTimeout(element, seconds);
+    }
+    std::optional<AttrValue> copyAttribute(const Element& element, const std::string& name) override {
+        return AXMac::copyAttribute(element, name);
+    }
+    void setAttribute(const Element& element, const std::string& name, const AttrValue& value) override {
+        AXMac::setAttribute(element, name, value);
+    }
+    Element elementForRemoteToken(const RemoteToken& token) override { return AXMac::elementForRemoteToken(token); }
+    bool sameElement(const Element& a, const Element& b) override { return AXMac::sameElement(a, b); }
+
+    std::optional<std::string> ownBundleIdentifier() override {
+        @autoreleasepool {
+            return text(NSBundle.mainBundle.bundleIdentifier);
+        }
+    }
+
+    std::vector<App> runningApplications() override {
+        @autoreleasepool {
+            return wrapAll(NSWorkspace.sharedWorkspace.runningApplications);
+        }
+    }
+
+    std::vector<App> runningApplications(const std::string& bundleID) override {
+        @autoreleasepool {
+            NSString* identifier = nsText(bundleID);
+            if (identifier == nil) return {};
+            return wrapAll([NSRunningApplication runningApplicationsWithBundleIdentifier:identifier]);
+        }
+    }
+
+    std::optional<App> frontmostApplication() override {
+        @autoreleasepool {
+            NSRunningApplication* front = NSWorkspace.sharedWorkspace.frontmostApplication;
+            if (front == nil) return std::nullopt;
+            return wrap(front);
+        }
+    }
+
+    AppInfo appInfo(const App& handle) override {
+        @autoreleasepool {
+            NSRunningApplication* app = unwrap(handle);
+            AppInfo info;
+            info.pid = app.processIdentifier;
+            info.policy = policyOf(app.activationPolicy);
+            info.bundleID = text(app.bundleIdentifier);
+            info.bundlePath = text(app.bundleURL.path);
+            info.name = text(app.localizedName);
+            info.hidden = app.hidden;
+            info.terminated = app.terminated;
+            info.finishedLaunching = app.finishedLaunching;
+            return info;
+        }
+    }
+
+    void hide(const App& app) override { [unwrap(app) hide]; }
+
+    void activate(const App& app) override { [unwrap(app) activateWithOptions:0]; }
+
+    std::optional<std::string> applicationPath(const std::string& bundleID) override {
+        @autoreleasepool {
+            NSString* identifier = nsText(bundleID);
+            if (identifier == nil) return std::nullopt;
+            return text([NSWorkspace.sharedWorkspace URLForApplicationWithBundleIdentifier:identifier].path);
+        }
+    }
+
+    std::optional<App> openApplication(const std::string& appPath, double timeout, ErrorSink onError) override {
+        @autoreleasepool {
+            NSString* path = nsText(appPath);
+            if (path == nil) return std::nullopt;
+            NSWorkspaceOpenConfiguration* configuration = [NSWorkspaceOpenConfiguration configuration];
+            configuration.activates = NO;
+            auto box = std::make_shared<LaunchBox>();
+            dispatch_semaphore_t answered = dispatch_semaphore_create(0);
+            // Runs on a queue of the system's choosing: store, report, signal, nothing more.
+            [NSWorkspace.sharedWorkspace openApplicationAtURL:[NSURL fileURLWithPath:path]
+                                                configuration:configuration
+                                            completionHandler:^(NSRunningApplication* app, NSError* error) {
+                                                if (error != nil && onError) onError(describe(error));
+                                                {
+                                                    std::lock_guard guard(box->lock);
+                                                    box->app = wrap(app);
+                                                }
+                                                dispatch_semaphore_signal(answered);
+                                            }];
+            dispatch_semaphore_wait(answered, after(timeout));
+            std::lock_guard guard(box->lock);
+            if (!box->app) return std::nullopt;
+            return box->app;
+        }
+    }
+
+    void openDocuments(const std::vector<std::string>& urls, const std::string& appPath, double timeout,
+                       ErrorSink onError) override {
+        @autoreleasepool {
+            NSString* path = nsText(appPath);
+            if (path == nil) return;
+            NSMutableArray<NSURL*>* documents = [NSMutableArray arrayWithCapacity:urls.size()];
+            for (const std::string& url : urls) {
+                NSString* written = nsText(url);
+                NSURL* document = written == nil ? nil : [NSURL URLWithString:written];
+                if (document != nil) [documents addObject:document];
+            }
+            if (documents.count == 0) return;
+            NSWorkspaceOpenConfiguration* configuration = [NSWorkspaceOpenConfiguration configuration];
+            configuration.activates = NO;
+            dispatch_semaphore_t answered = dispatch_semaphore_create(0);
+            [NSWorkspace.sharedWorkspace openURLs:documents
+                             withApplicationAtURL:[NSURL fileURLWithPath:path]
+                                    configuration:configuration
+                                completionHandler:^(NSRunningApplication* app, NSError* error) {
+                                    (void)app;
+                                    if (error != nil && onError) onError(describe(error));
+                                    dispatch_semaphore_signal(answered);
+                                }];
+            dispatch_semaphore_wait(answered, after(timeout));
+        }
+    }
+
+    bool fileExists(const std::string& path) override {
+        @autoreleasepool {
+            NSString* file = nsText(path);
+            return file != nil && [NSFileManager.defaultManager fileExistsAtPath:file];
+        }
+    }
+
+    std::string homeDirectory() override {
+        @autoreleasepool {
+            return text(NSHomeDirectory()).value_or("/");
+        }
+    }
+
+    Date currentDate() override { return std::chrono::system_clock::now(); }
+
+    double monotonicSeconds() override {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+    }
+
+    void sleep(double seconds) override {
+        if (seconds > 0) std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    }
+};
+
+}  // namespace
+
+Platform& macPlatform() {
+    static MacPlatform backend;
+    return backend;
+}
+
+}  // namespace tarnwick
