@@ -2,6 +2,7 @@
 #include "session/platform_mac.h"
 
 #include "access/axo_mac.h"
+#include "model/invariant.h"
 
 #import <AppKit/AppKit.h>
 #include <dispatch/dispatch.h>
@@ -199,7 +200,9 @@ public:
 
     std::string homeDirectory() override {
         @autoreleasepool {
-            return text(NSHomeDirectory()).value_or("/");
+            auto home = text(NSHomeDirectory());
+            if (!home || home->empty()) invariantFailed("the user has no home directory");
+            return *home;
         }
     }
 
