@@ -1,6 +1,6 @@
 // Capture scripts: exact texts, listings replayed by a fake interpreter, terminal directories.
 #include "expected_scripts.h"
-#include "fake_tools.h"
+#include "support/fake_tools.h"
 
 #include "scripting/capture_scripts.h"
 #include "scripting/quoting.h"

@@ -1,6 +1,6 @@
 // Restore scripts: exact texts, the nothing-to-do cases and the answers of the runs.
 #include "expected_scripts.h"
-#include "fake_tools.h"
+#include "support/fake_tools.h"
 
 #include "scripting/restore_scripts.h"
 #include "platform/platform.h"

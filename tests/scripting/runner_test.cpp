@@ -1,5 +1,5 @@
 // runAppleScript and Scripts::shell against fake interpreters: real child processes.
-#include "fake_tools.h"
+#include "support/fake_tools.h"
 
 #include "scripting/child_process.h"
 

@@ -1,0 +1,79 @@
+// Capture::snapshot: running applications through the platform, windows through
+// AXO or the capture scripts.
+#include "session/capture.h"
+
+#include "access/axo.h"
+#include "platform/platform.h"
+#include "scripting/capture_scripts.h"
+
+#include <filesystem>
+
+namespace tarnwick::Capture {
+
+namespace {
+
+// The bundle's file name without its extension: "/Applications/Foo Bar.app" → "Foo Bar".
+std::string bundleFileStem(std::string path) {
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    return std::filesystem::path(path).stem().string();
+}
+
+std::vector<WindowState> accessibilityWindows(std::int32_t pid) {
+    std::vector<WindowState> windows;
+    if (!AXO::trusted()) return windows;
+    for (const Element& window : AXO::windows(pid)) windows.push_back(AXO::state(window));
+    return windows;
+}
+
+std::vector<ScriptedWindow> scriptedWindows(AppKind kind, const std::optional<std::string>& bundleID) {
+    std::optional<std::vector<ScriptedWindow>> windows;
+    switch (kind) {
+        case AppKind::chromium:
+            // classify only answers chromium for a known identifier.
+            if (bundleID) windows = Scripts::captureChromium(*bundleID);
+            break;
+        case AppKind::safari: windows = Scripts::captureSafari(); break;
+        case AppKind::finder: windows = Scripts::captureFinder(); break;
+        case AppKind::terminal: windows = Scripts::captureTerminal(); break;
+        case AppKind::iterm: windows = Scripts::captureITerm(); break;
+        case AppKind::generic: break;
+    }
+    return windows.value_or(std::vector<ScriptedWindow>{});
+}
+
+}  // namespace
+
+Snapshot snapshot(const std::string& reason) {
+    Platform& desktop = platform();
+    const std::optional<std::string> own = desktop.ownBundleIdentifier();
+
+    std::vector<AppState> apps;
+    for (const App& running : desktop.runningApplications()) {
+        AppInfo info = desktop.appInfo(running);
+        // Two absent identifiers count as equal: an unidentified app is then skipped too.
+        if (info.policy != ActivationPolicy::regular || info.bundleID == own || !info.bundlePath || info.terminated)
+            continue;
+        AppState app;
+        app.kind = classify(info.bundleID);
+        app.name = info.name ? *info.name : bundleFileStem(*info.bundlePath);
+        app.bundleID = info.bundleID;
+        app.bundlePath = *info.bundlePath;
+        app.hidden = info.hidden;
+        if (app.kind == AppKind::generic)
+            app.windows = accessibilityWindows(info.pid);
+        else
+            app.scripted = scriptedWindows(app.kind, app.bundleID);
+        // Finder always runs; it is worth recording only with a folder open.
+        if (app.kind == AppKind::finder && app.scripted.empty()) continue;
+        apps.push_back(std::move(app));
+    }
+
+    Snapshot snapshot;
+    snapshot.date = desktop.currentDate();
+    snapshot.reason = reason;
+    if (auto front = desktop.frontmostApplication()) snapshot.frontmost = desktop.appInfo(*front).bundleID;
+    snapshot.apps = std::move(apps);
+    return snapshot;
+}
+
+}  // namespace tarnwick::Capture
