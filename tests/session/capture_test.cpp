@@ -20,7 +20,7 @@ using testing::SimWindow;
 using testing::TempDir;
 using testing::UsingTools;
 
-class CaptureTest : public ::testing::Test {
+class SessionCaptureTest : public ::testing::Test {
 protected:
     SimDesktop desktop;
     ScopedPlatform installed{desktop};
@@ -61,7 +61,7 @@ SimWindow window(const std::string& title, Frame frame) {
     return made;
 }
 
-TEST_F(CaptureTest, RecordsGenericApplicationsWithTheirWindowsInOrder) {
+TEST_F(SessionCaptureTest, RecordsGenericApplicationsWithTheirWindowsInOrder) {
     auto editor = start("com.example.Editor", "/Applications/Editor.app", "Editor");
     desktop.addWindow(editor, window("One", {0, 25, 800, 600}));
     SimWindow two = window("Two", {40, 60, 900, 700});
@@ -92,13 +92,13 @@ TEST_F(CaptureTest, RecordsGenericApplicationsWithTheirWindowsInOrder) {
     EXPECT_TRUE(snapshot.apps[1].windows.empty());
 }
 
-TEST_F(CaptureTest, TheSystemItselfIsNeverRecorded) {
+TEST_F(SessionCaptureTest, TheSystemItselfIsNeverRecorded) {
     start("com.tarnwick.Tarnwick", "/Applications/Tarnwick.app", "Tarnwick");
     start("com.example.Editor", "/Applications/Editor.app", "Editor");
     EXPECT_EQ(names(Capture::snapshot("auto")), (std::vector<std::string>{"Editor"}));
 }
 
-TEST_F(CaptureTest, IdentifiersAreComparedAsOptionals) {
+TEST_F(SessionCaptureTest, IdentifiersAreComparedAsOptionals) {
     start(std::nullopt, "/Applications/Unsigned.app", "Unsigned");
     start("com.example.Editor", "/Applications/Editor.app", "Editor");
     // Our own identifier present: an application without one is kept.
@@ -108,7 +108,7 @@ TEST_F(CaptureTest, IdentifiersAreComparedAsOptionals) {
     EXPECT_EQ(names(Capture::snapshot("auto")), (std::vector<std::string>{"Editor"}));
 }
 
-TEST_F(CaptureTest, OnlyRegularApplicationsWithABundleAreRecorded) {
+TEST_F(SessionCaptureTest, OnlyRegularApplicationsWithABundleAreRecorded) {
     auto agent = appSpec("com.example.Agent", "/Applications/Agent.app", "Agent");
     agent.policy = ActivationPolicy::accessory;
     desktop.startApp(agent);
@@ -121,13 +121,13 @@ TEST_F(CaptureTest, OnlyRegularApplicationsWithABundleAreRecorded) {
     EXPECT_EQ(names(Capture::snapshot("auto")), (std::vector<std::string>{"Editor"}));
 }
 
-TEST_F(CaptureTest, MissingNameIsTakenFromTheBundleFileName) {
+TEST_F(SessionCaptureTest, MissingNameIsTakenFromTheBundleFileName) {
     start("com.example.Tool", "/Applications/Utilities/Disk Tool.app", std::nullopt);
     start("com.example.Dotted", "/Applications/Version 2.1.app", std::nullopt);
     EXPECT_EQ(names(Capture::snapshot("auto")), (std::vector<std::string>{"Disk Tool", "Version 2.1"}));
 }
 
-TEST_F(CaptureTest, WithoutAccessibilityEveryRegularApplicationIsListedWithoutWindows) {
+TEST_F(SessionCaptureTest, WithoutAccessibilityEveryRegularApplicationIsListedWithoutWindows) {
     auto editor = start("com.example.Editor", "/Applications/Editor.app", "Editor");
     desktop.addWindow(editor, window("One", {0, 0, 100, 100}));
     auto mail = start("com.example.Mail", "/Applications/Mail.app", "Mail");
@@ -143,14 +143,14 @@ TEST_F(CaptureTest, WithoutAccessibilityEveryRegularApplicationIsListedWithoutWi
     EXPECT_EQ(desktop.calls("elementForRemoteToken"), 0);
 }
 
-TEST_F(CaptureTest, FinderWithoutFolderWindowsIsLeftOut) {
+TEST_F(SessionCaptureTest, FinderWithoutFolderWindowsIsLeftOut) {
     start("com.apple.finder", "/System/Library/CoreServices/Finder.app", "Finder");
     start("com.example.Editor", "/Applications/Editor.app", "Editor");
     answer("com.apple.finder", "");
     EXPECT_EQ(names(Capture::snapshot("auto")), (std::vector<std::string>{"Editor"}));
 }
 
-TEST_F(CaptureTest, FinderWithOneWindowIsRecordedWithThatWindow) {
+TEST_F(SessionCaptureTest, FinderWithOneWindowIsRecordedWithThatWindow) {
     start("com.apple.finder", "/System/Library/CoreServices/Finder.app", "Finder");
     answer("com.apple.finder", "W\t100;80;1020;560\t1\nT\t/Users/tester/Documents/\n");
     Snapshot snapshot = Capture::snapshot("auto");
@@ -163,7 +163,7 @@ TEST_F(CaptureTest, FinderWithOneWindowIsRecordedWithThatWindow) {
     EXPECT_EQ(finder.scripted[0].activeIndex, 1);
 }
 
-TEST_F(CaptureTest, ScriptedApplicationsNeverCarryAccessibilityWindows) {
+TEST_F(SessionCaptureTest, ScriptedApplicationsNeverCarryAccessibilityWindows) {
     auto chrome = start("com.google.Chrome", "/Applications/Google Chrome.app", "Google Chrome");
     desktop.addWindow(chrome, window("New Tab", {0, 0, 1200, 800}));
     auto safari = start("com.apple.Safari", "/Applications/Safari.app", "Safari");
@@ -188,7 +188,7 @@ TEST_F(CaptureTest, ScriptedApplicationsNeverCarryAccessibilityWindows) {
     EXPECT_EQ(desktop.calls("copyAttribute:AXWindows"), 0);
 }
 
-TEST_F(CaptureTest, ApplicationWhoseScriptFailsIsStillRecorded) {
+TEST_F(SessionCaptureTest, ApplicationWhoseScriptFailsIsStillRecorded) {
     start("com.apple.Safari", "/Applications/Safari.app", "Safari");
     start("com.apple.finder", "/System/Library/CoreServices/Finder.app", "Finder");
     refuse("com.apple.Safari");
@@ -199,20 +199,20 @@ TEST_F(CaptureTest, ApplicationWhoseScriptFailsIsStillRecorded) {
     EXPECT_TRUE(snapshot.apps[0].scripted.empty());
 }
 
-TEST_F(CaptureTest, FrontmostIsAbsentWithoutAFrontmostApplicationOrItsIdentifier) {
+TEST_F(SessionCaptureTest, FrontmostIsAbsentWithoutAFrontmostApplicationOrItsIdentifier) {
     start("com.example.Editor", "/Applications/Editor.app", "Editor");
     EXPECT_EQ(Capture::snapshot("auto").frontmost, std::nullopt);
     desktop.frontmost = start(std::nullopt, "/Applications/Unsigned.app", "Unsigned");
     EXPECT_EQ(Capture::snapshot("auto").frontmost, std::nullopt);
 }
 
-TEST_F(CaptureTest, DateIsTheDesktopClocksCurrentDate) {
+TEST_F(SessionCaptureTest, DateIsTheDesktopClocksCurrentDate) {
     desktop.sleep(42);
     start("com.example.Editor", "/Applications/Editor.app", "Editor");
     EXPECT_EQ(Capture::snapshot("cli").date, desktop.startDate + std::chrono::seconds(42));
 }
 
-TEST_F(CaptureTest, EmptyDesktopGivesAnEmptySnapshot) {
+TEST_F(SessionCaptureTest, EmptyDesktopGivesAnEmptySnapshot) {
     Snapshot snapshot = Capture::snapshot("auto");
     EXPECT_TRUE(snapshot.apps.empty());
     EXPECT_EQ(snapshot.summary(), "0 apps · 0 windows");

@@ -1,0 +1,123 @@
+// Restore::appURL and Restore::ensureRunning on the simulated desktop.
+#include "session/restore.h"
+
+#include "store/data_folder.h"
+#include "support/sim_desktop.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+namespace tarnwick {
+namespace {
+
+using testing::appSpec;
+using testing::LaunchFault;
+using testing::ScopedPlatform;
+using testing::SimAppSpec;
+using testing::SimDesktop;
+
+AppState recorded(std::optional<std::string> bundleID, std::string bundlePath, std::string name) {
+    AppState app;
+    app.name = std::move(name);
+    app.bundleID = std::move(bundleID);
+    app.bundlePath = std::move(bundlePath);
+    return app;
+}
+
+class EnsureRunningTest : public ::testing::Test {
+protected:
+    SimDesktop desktop;
+    ScopedPlatform installed{desktop};
+    Restore::Result result;
+    AppState editor = recorded("com.example.Editor", "/Applications/Editor.app", "Editor");
+
+    // The log lines written since the test began.
+    std::string newLog() {
+        std::string all = testing::readText(logURL());
+        return all.substr(std::min(all.size(), logSizeAtStart_));
+    }
+
+private:
+    size_t logSizeAtStart_ = testing::readText(logURL()).size();
+};
+
+TEST_F(EnsureRunningTest, AppURLPrefersTheRecordedPathThenTheIdentifier) {
+    desktop.install(appSpec("com.example.Editor", "/Applications/Editor.app", "Editor"));
+    EXPECT_EQ(Restore::appURL(editor), "/Applications/Editor.app");
+    AppState moved = recorded("com.example.Editor", "/Users/tester/Downloads/Editor.app", "Editor");
+    EXPECT_EQ(Restore::appURL(moved), "/Applications/Editor.app");
+    AppState unknown = recorded(std::nullopt, "/Users/tester/Downloads/Tool.app", "Tool");
+    EXPECT_EQ(Restore::appURL(unknown), std::nullopt);
+    AppState uninstalled = recorded("com.example.Gone", "/Applications/Gone.app", "Gone");
+    EXPECT_EQ(Restore::appURL(uninstalled), std::nullopt);
+}
+
+TEST_F(EnsureRunningTest, RunningApplicationIsTakenAsItIsWithoutCounting) {
+    auto pid = desktop.startApp(appSpec("com.example.Editor", "/Applications/Editor.app", "Editor"));
+    auto running = Restore::ensureRunning(editor, result);
+    ASSERT_TRUE(running.has_value());
+    EXPECT_FALSE(running->launched);
+    EXPECT_EQ(desktop.appInfo(running->app).pid, pid);
+    EXPECT_EQ(result.launched, 0);
+    EXPECT_EQ(desktop.calls("openApplication"), 0);
+    EXPECT_EQ(desktop.now(), 0.0);
+}
+
+TEST_F(EnsureRunningTest, LaunchWaitsForTheAnswerThenPollsUntilFinishedLaunching) {
+    SimAppSpec spec = appSpec("com.example.Editor", "/Applications/Editor.app", "Editor");
+    spec.launchDelay = 0.5;
+    spec.finishedAfter = 1.6;
+    desktop.install(spec);
+    auto running = Restore::ensureRunning(editor, result);
+    ASSERT_TRUE(running.has_value());
+    EXPECT_TRUE(running->launched);
+    EXPECT_EQ(result.launched, 1);
+    EXPECT_TRUE(result.problems.empty());
+    // Answer at 0.5 s, then quarter-second polls until 1.6 s has passed.
+    EXPECT_EQ(desktop.sleeps, (std::vector<double>{0.25, 0.25, 0.25, 0.25, 0.25}));
+    EXPECT_DOUBLE_EQ(desktop.now(), 1.75);
+    EXPECT_TRUE(desktop.appInfo(running->app).finishedLaunching);
+}
+
+TEST_F(EnsureRunningTest, SlowFinishIsNotAnErrorAfterTwentySeconds) {
+    SimAppSpec spec = appSpec("com.example.Editor", "/Applications/Editor.app", "Editor");
+    spec.finishedAfter = 300;
+    desktop.install(spec);
+    auto running = Restore::ensureRunning(editor, result);
+    ASSERT_TRUE(running.has_value());
+    EXPECT_EQ(desktop.sleeps.size(), 80u);
+    EXPECT_DOUBLE_EQ(desktop.now(), 20.5);
+    EXPECT_EQ(result.launched, 1);
+    EXPECT_TRUE(result.problems.empty());
+}
+
+TEST_F(EnsureRunningTest, NoBundleGivesAppNotFound) {
+    EXPECT_FALSE(Restore::ensureRunning(editor, result).has_value());
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"Editor: app not found"}));
+    EXPECT_EQ(desktop.calls("openApplication"), 0);
+}
+
+TEST_F(EnsureRunningTest, HungLaunchGivesCouldNotLaunchAfterThirtySeconds) {
+    SimAppSpec spec = appSpec("com.example.Editor", "/Applications/Editor.app", "Editor");
+    spec.fault = LaunchFault::hang;
+    desktop.install(spec);
+    EXPECT_FALSE(Restore::ensureRunning(editor, result).has_value());
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"Editor: could not launch"}));
+    EXPECT_EQ(result.launched, 0);
+    EXPECT_DOUBLE_EQ(desktop.now(), 30.0);
+}
+
+TEST_F(EnsureRunningTest, RefusedLaunchIsLoggedWithTheBundleName) {
+    SimAppSpec spec = appSpec("com.example.Editor", "/Applications/Editor.app", "Editor");
+    spec.fault = LaunchFault::refuse;
+    desktop.install(spec);
+    EXPECT_FALSE(Restore::ensureRunning(editor, result).has_value());
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"Editor: could not launch"}));
+    std::string lines = newLog();
+    EXPECT_NE(lines.find("Z launch Editor.app: The application \"Editor.app\" could not be launched.\n"),
+              std::string::npos)
+        << lines;
+}
+
+}  // namespace
+}  // namespace tarnwick
