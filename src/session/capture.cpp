@@ -5,18 +5,11 @@
 #include "access/axo.h"
 #include "platform/platform.h"
 #include "scripting/capture_scripts.h"
-
-#include <filesystem>
+#include "session/bundle_path.h"
 
 namespace tarnwick::Capture {
 
 namespace {
-
-// The bundle's file name without its extension: "/Applications/Foo Bar.app" → "Foo Bar".
-std::string bundleFileStem(std::string path) {
-    while (path.size() > 1 && path.back() == '/') path.pop_back();
-    return std::filesystem::path(path).stem().string();
-}
 
 std::vector<WindowState> accessibilityWindows(std::int32_t pid) {
     std::vector<WindowState> windows;

@@ -1,6 +1,7 @@
 // Restore::appURL and Restore::ensureRunning: finding or launching an application.
 #include "session/restore.h"
 
+#include "session/bundle_path.h"
 #include "store/log.h"
 
 namespace tarnwick::Restore {
@@ -10,12 +11,6 @@ namespace {
 constexpr double launchAnswerTimeout = 30.0;
 constexpr double finishLaunchingTimeout = 20.0;
 constexpr double finishLaunchingPoll = 0.25;
-
-std::string lastPathComponent(std::string path) {
-    while (path.size() > 1 && path.back() == '/') path.pop_back();
-    auto slash = path.find_last_of('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 }  // namespace
 

@@ -149,9 +149,12 @@ TEST_F(AXOTest, ApplicationWithoutWindowsReadsNoSubroles) {
 TEST_F(AXOTest, UntrustedProcessSeesNoWindowsAndEmptyStates) {
     auto id = desktop.addWindow(pid, titled("Secret"));
     desktop.window(id).minimized = true;
+    Element element = elementTitled("Secret");
     desktop.trusted = false;
     EXPECT_FALSE(AXO::trusted());
     EXPECT_TRUE(AXO::windows(pid).empty());
+    // Every read fails: nothing but absent values and false.
+    EXPECT_EQ(AXO::state(element), WindowState{});
 }
 
 TEST_F(AXOTest, QuitApplicationHasNoWindows) {

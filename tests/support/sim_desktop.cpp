@@ -365,10 +365,7 @@ std::optional<App> SimDesktop::openApplication(const std::string& appPath, doubl
     count("openApplication");
     // An application that runs already is handed back as it is.
     for (auto pid : launchOrder_)
-        if (SimApp* running = runningApp(pid); running && running->spec.bundlePath == appPath) {
-            waitForAnswer(0, timeout);
-            return handleFor(pid);
-        }
+        if (SimApp* running = runningApp(pid); running && running->spec.bundlePath == appPath) return handleFor(pid);
     const SimAppSpec* spec = nullptr;
     for (const SimAppSpec& candidate : installed_)
         if (candidate.bundlePath == appPath && files_.count(appPath)) spec = &candidate;
