@@ -29,6 +29,26 @@ struct Tools {
 Tools tools();
 void setToolsForTesting(Tools tools);
 
+// Stands in for the interpreter and the tools, so that scripts can be answered
+// by a simulated desktop in its own virtual time. The runner still owns the
+// outcome: time-outs, failures and their log lines are decided as for a child.
+class Host {
+public:
+    struct Run {
+        bool timedOut = false;
+        int exitStatus = 0;
+        std::string out;
+        std::string err;
+    };
+    virtual ~Host() = default;
+    // One interpreter run of the script (without the prologue).
+    virtual Run appleScript(std::string_view script, double timeout) = 0;
+    // One tool run: what it prints on standard output.
+    virtual std::string tool(const std::string& path, const std::vector<std::string>& arguments) = 0;
+};
+// nullptr goes back to child processes. The caller keeps the host alive while installed.
+void setHostForTesting(Host* host);
+
 }  // namespace Scripts
 
 }  // namespace tarnwick

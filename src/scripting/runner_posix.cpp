@@ -5,6 +5,7 @@
 #include "scripting/child_process.h"
 #include "store/log.h"
 
+#include <atomic>
 #include <cmath>
 #include <csignal>
 #include <cstring>
@@ -21,6 +22,7 @@ constexpr std::string_view kPrologue = "set tb to character id 9\n";
 
 std::mutex toolsMutex;
 Scripts::Tools currentTools;
+std::atomic<Scripts::Host*> currentHost{nullptr};
 
 // A child that exits before reading all of its input must not kill us with
 // SIGPIPE: the write then fails with EPIPE instead.
@@ -70,28 +72,10 @@ bool exchange(ChildProcess& child, std::string_view input, std::string& out, std
     return true;
 }
 
-}  // namespace
-
-std::optional<std::string> runAppleScript(std::string_view script, double timeout) {
-    ignoreSigpipe();
-    std::string interpreter = Scripts::tools().osascript;
-    int error = 0;
-    auto child = ChildProcess::start(interpreter, {"-"}, ChildProcess::Input::pipe, ChildProcess::ErrorOutput::pipe,
-                                     error);
-    if (!child) {
-        log("osascript failed to start: " + std::string(std::strerror(error)) + " (" + interpreter + ")");
-        return std::nullopt;
-    }
-    // A time-out that is not a sensible number of seconds counts as none at all.
-    if (!(timeout >= 0 && timeout < 1e6)) timeout = 0;
-    auto deadline = std::chrono::steady_clock::now() +
-                    std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(timeout));
-    std::string input = std::string(kPrologue) + std::string(script);
-    std::string out, err;
-    std::optional<int> status;
-    if (exchange(*child, input, out, err, deadline)) status = child->waitUntil(deadline);
+// What a finished run gives: its output, or nothing with the reason logged.
+std::optional<std::string> outcome(std::optional<int> status, double timeout, const std::string& out,
+                                   const std::string& err) {
     if (!status) {
-        child->terminateInBackground();
         log("osascript timed out after " + std::to_string(static_cast<long long>(timeout)) + "s");
         return std::nullopt;
     }
@@ -102,9 +86,43 @@ std::optional<std::string> runAppleScript(std::string_view script, double timeou
     return isValidUtf8(out) ? out : std::string();
 }
 
+}  // namespace
+
+std::optional<std::string> runAppleScript(std::string_view script, double timeout) {
+    // A time-out that is not a sensible number of seconds counts as none at all.
+    if (!(timeout >= 0 && timeout < 1e6)) timeout = 0;
+    if (Scripts::Host* host = currentHost.load()) {
+        Scripts::Host::Run run = host->appleScript(script, timeout);
+        std::optional<int> status;
+        if (!run.timedOut) status = (run.exitStatus & 0xff) << 8;  // as waitpid reports an exit
+        return outcome(status, timeout, run.out, run.err);
+    }
+    ignoreSigpipe();
+    std::string interpreter = Scripts::tools().osascript;
+    int error = 0;
+    auto child = ChildProcess::start(interpreter, {"-"}, ChildProcess::Input::pipe, ChildProcess::ErrorOutput::pipe,
+                                     error);
+    if (!child) {
+        log("osascript failed to start: " + std::string(std::strerror(error)) + " (" + interpreter + ")");
+        return std::nullopt;
+    }
+    auto deadline = std::chrono::steady_clock::now() +
+                    std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(timeout));
+    std::string input = std::string(kPrologue) + std::string(script);
+    std::string out, err;
+    std::optional<int> status;
+    if (exchange(*child, input, out, err, deadline)) status = child->waitUntil(deadline);
+    if (!status) child->terminateInBackground();
+    return outcome(status, timeout, out, err);
+}
+
 namespace Scripts {
 
 std::string shell(const std::string& path, const std::vector<std::string>& arguments) {
+    if (Host* host = currentHost.load()) {
+        std::string out = host->tool(path, arguments);
+        return isValidUtf8(out) ? out : std::string();
+    }
     ignoreSigpipe();
     int error = 0;
     auto child = ChildProcess::start(path, arguments, ChildProcess::Input::inherit, ChildProcess::ErrorOutput::discard,
@@ -127,6 +145,8 @@ void setToolsForTesting(Tools tools) {
     std::lock_guard lock(toolsMutex);
     currentTools = std::move(tools);
 }
+
+void setHostForTesting(Host* host) { currentHost.store(host); }
 
 }  // namespace Scripts
 

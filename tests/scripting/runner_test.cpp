@@ -207,6 +207,83 @@ TEST_F(RunnerTest, RunsFromSeveralThreadsAtOnce) {
     EXPECT_EQ(wrong, 0);
 }
 
+// A host that answers every run as it is told and remembers what it was given.
+class RecordingHost : public Scripts::Host {
+public:
+    Run answer;
+    std::string toolOutput;
+    std::vector<std::string> scripts;
+    std::vector<double> timeouts;
+    std::vector<std::vector<std::string>> toolCalls;
+
+    Run appleScript(std::string_view script, double timeout) override {
+        scripts.emplace_back(script);
+        timeouts.push_back(timeout);
+        return answer;
+    }
+    std::string tool(const std::string& path, const std::vector<std::string>& arguments) override {
+        std::vector<std::string> call{path};
+        call.insert(call.end(), arguments.begin(), arguments.end());
+        toolCalls.push_back(call);
+        return toolOutput;
+    }
+};
+
+class UsingHost {
+public:
+    explicit UsingHost(Scripts::Host& host) { Scripts::setHostForTesting(&host); }
+    ~UsingHost() { Scripts::setHostForTesting(nullptr); }
+};
+
+TEST_F(RunnerTest, HostAnswersInsteadOfAChildAndGetsTheScriptWithoutPrologue) {
+    RecordingHost host;
+    host.answer.out = "W\t\t1\n";
+    UsingHost using_(host);
+    // An interpreter that would fail if it were started.
+    UsingTools tools("osascript_fail");
+    EXPECT_EQ(runAppleScript("return 1", 7.5), "W\t\t1\n");
+    EXPECT_EQ(host.scripts, std::vector<std::string>{"return 1"});
+    EXPECT_EQ(host.timeouts, std::vector<double>{7.5});
+    EXPECT_EQ(logText(), "");
+}
+
+TEST_F(RunnerTest, HostFailuresAndTimeOutsAreLoggedAsForAChild) {
+    RecordingHost host;
+    UsingHost using_(host);
+    host.answer.exitStatus = 1;
+    host.answer.err = "execution error: no such window (-1728)";
+    EXPECT_EQ(runAppleScript("x", 20), std::nullopt);
+    host.answer = {};
+    host.answer.timedOut = true;
+    EXPECT_EQ(runAppleScript("x", 2.9), std::nullopt);
+    // A nonsensical time-out reaches the host as none at all.
+    EXPECT_EQ(runAppleScript("x", -1), std::nullopt);
+    EXPECT_EQ(host.timeouts.back(), 0);
+    EXPECT_EQ(logMessages(), (std::vector<std::string>{"osascript error: execution error: no such window (-1728)",
+                                                       "osascript timed out after 2s",
+                                                       "osascript timed out after 0s"}));
+}
+
+TEST_F(RunnerTest, HostAnswersToolRunsAndOutputThatIsNotUtf8IsEmpty) {
+    RecordingHost host;
+    UsingHost using_(host);
+    host.toolOutput = "  42 -zsh\n";
+    EXPECT_EQ(Scripts::shell("/bin/ps", {"-t", "ttys003"}), "  42 -zsh\n");
+    EXPECT_EQ(host.toolCalls, (std::vector<std::vector<std::string>>{{"/bin/ps", "-t", "ttys003"}}));
+    host.toolOutput = "\xff";
+    EXPECT_EQ(Scripts::shell("/bin/ps", {}), "");
+}
+
+TEST_F(RunnerTest, WithoutAHostChildProcessesRunAgain) {
+    RecordingHost host;
+    {
+        UsingHost using_(host);
+    }
+    UsingTools tools("osascript_echo");
+    EXPECT_TRUE(runAppleScript("hello").has_value());
+    EXPECT_TRUE(host.scripts.empty());
+}
+
 TEST(ChildProcessDeath, WaitingTwiceStopsInsteadOfReapingAnotherChild) {
     EXPECT_DEATH(
         {
