@@ -417,7 +417,10 @@ void SimDesktop::openDocuments(const std::vector<std::string>& urls, const std::
 bool SimDesktop::fileExists(const std::string& path) {
     std::lock_guard guard(lock_);
     count("fileExists");
-    return files_.count(path) > 0;
+    // A folder answers with or without its trailing slash, as on a real disk.
+    std::string bare = path;
+    while (bare.size() > 1 && bare.back() == '/') bare.pop_back();
+    return files_.count(path) > 0 || files_.count(bare) > 0;
 }
 
 std::string SimDesktop::homeDirectory() {

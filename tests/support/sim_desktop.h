@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/platform.h"
+#include "scripting/runner.h"
 
 #include <cstdint>
 #include <map>
@@ -33,6 +34,21 @@ struct SimWindow {
     // Attributes whose reads fail, and attributes that read as another value.
     std::set<std::string> unreadable;
     std::map<std::string, AttrValue> overrides;
+
+    // What the application's scripting shows of the window.
+    std::vector<std::string> tabs;  // browsers: tab URLs; iTerm: each tab's directory ("" when unknown)
+    std::int64_t activeTab = 1;     // browsers: counted from 1
+    bool incognito = false;         // Chromium's "mode" is "incognito"
+    std::optional<std::string> folder;          // Finder: the target's POSIX path
+    std::optional<std::string> tty;             // Terminal: the selected tab's device, "/dev/ttys003"
+    std::optional<std::string> shellDirectory;  // Terminal: its shell's directory; nothing: no shell found
+};
+
+// How the application answers scripts.
+enum class ScriptFault {
+    none,
+    refuse,  // Automation permission refused: every script fails
+    hang,    // no answer: every script runs into its time-out
 };
 
 enum class LaunchFault {
@@ -53,6 +69,7 @@ struct SimAppSpec {
     double documentDelay = 0.5;   // until a window for an opened document appears
     LaunchFault fault = LaunchFault::none;
     bool refusesDocuments = false;
+    ScriptFault scripts = ScriptFault::none;
 };
 
 // An ordinary application with the given identity and default behaviour.
@@ -85,12 +102,21 @@ struct SimTimeout {
     float seconds = 0;
 };
 
+// A script run the simulator answered: which script it took it for, and for whom.
+struct SimScriptRun {
+    std::string kind;      // "captureChromium", "restoreFinder", "closeBlank", "unknown"…
+    std::string bundleID;  // the application addressed ("" when none could be read)
+    std::string script;
+};
+
 // A stateful desktop: applications and their windows, installed bundles,
-// files, a home folder and a clock. Writes change what later reads see;
+// files, a home folder and a clock. Once installed as the script host, it also
+// answers the capture and restore scripts from its browsers, Finder and
+// terminals, and the ps and lsof runs behind them. Writes change what later reads see;
 // launches and opened documents take effect after virtual delays. The clock
 // moves only when the code under test waits: a sleep, or the timed wait of a
 // launch or a document open. Faults are switched on per app or window.
-class SimDesktop final : public Platform {
+class SimDesktop final : public Platform, public Scripts::Host {
 public:
     SimDesktop();
 
@@ -129,6 +155,9 @@ public:
     std::vector<RemoteToken> tokens;
     std::vector<double> sleeps;
     std::vector<std::int32_t> activations;
+    std::vector<SimScriptRun> scriptRuns;
+    // How many script runs of that kind were answered.
+    int scriptRunsOf(const std::string& kind) const;
 
     // --- Platform --------------------------------------------------------------
     bool accessibilityTrusted() override;
@@ -159,6 +188,10 @@ public:
     double monotonicSeconds() override;
     void sleep(double seconds) override;
 
+    // --- Scripts ---------------------------------------------------------------
+    Run appleScript(std::string_view script, double timeout) override;
+    std::string tool(const std::string& path, const std::vector<std::string>& arguments) override;
+
     // Virtual seconds since the simulator was made.
     double now() const { return now_; }
 
@@ -180,6 +213,14 @@ private:
     // by the whole time-out when the answer comes later than that.
     bool waitForAnswer(double delay, double timeout);
 
+    // Scripts (sim_scripts.cpp).
+    std::optional<std::int32_t> scriptTarget(const std::string& bundleID);
+    std::vector<std::uint64_t> frontToBack(std::int32_t pid);
+    std::string listing(std::int32_t pid, const std::string& kind);
+    Run interpret(std::string_view script, std::string& kind, std::string& bundleID);
+    std::uint64_t openScriptedWindow(std::int32_t pid, SimWindow window);
+    std::int64_t nextTty_ = 1;
+
     mutable std::recursive_mutex lock_;
     double now_ = 0;
     std::int32_t nextPid_ = 501;
@@ -190,6 +231,15 @@ private:
     std::vector<SimAppSpec> installed_;
     std::set<std::string> files_;
     std::map<std::string, int> calls_;
+};
+
+// Makes the desktop answer every script and tool run for the life of the object.
+class ScopedScripts {
+public:
+    explicit ScopedScripts(Scripts::Host& host);
+    ~ScopedScripts();
+    ScopedScripts(const ScopedScripts&) = delete;
+    ScopedScripts& operator=(const ScopedScripts&) = delete;
 };
 
 // Installs a desktop for the life of the object and puts the previous one back.
