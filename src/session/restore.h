@@ -5,8 +5,10 @@
 #include "platform/platform.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarnwick::Restore {
@@ -25,6 +27,15 @@ struct Running {
     bool launched = false;
 };
 
+// Told one line per application ("Restoring 2/7: Safari") before anything is done for it.
+using Progress = std::function<void(const std::string& text)>;
+
+// Puts the snapshot back: every application running, its windows reopened or
+// placed, hidden ones hidden again, the frontmost one activated. Blocks for as
+// long as launches, scripts and window waits take; never on the main thread of
+// the menu-bar application. Every failure is a problem line, never a stop.
+Result run(const Snapshot& snapshot, const Progress& progress);
+
 // Where the application's bundle is: its recorded path while that exists,
 // otherwise wherever its identifier is installed; nothing when neither.
 std::optional<std::string> appURL(const AppState& app);
@@ -32,5 +43,19 @@ std::optional<std::string> appURL(const AppState& app);
 // The application running, launched without activating it when needed; nothing,
 // with a problem line in `result`, when it cannot be had.
 std::optional<Running> ensureRunning(const AppState& app, Result& result);
+
+// Puts the saved windows of a generic application back onto its live windows:
+// waits for them, reopens missing documents, pairs by document, then title,
+// then order, and sets frame, minimized and full screen. Counts placed windows;
+// adds no problem lines.
+void restoreGeneric(const AppState& app, const App& running, bool launched, Result& result);
+
+// The application's windows once there are at least `expected`, or as they are
+// when the time-out passes; polled every half second.
+std::vector<Element> waitForWindows(std::int32_t pid, std::int64_t expected, double timeout);
+
+// The file-system path a "file:" URL names; nothing for text that is not a
+// well-formed URL, for other schemes and for files on another host.
+std::optional<std::string> fileURLPath(std::string_view url);
 
 }  // namespace tarnwick::Restore

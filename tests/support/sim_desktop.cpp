@@ -255,6 +255,7 @@ void SimDesktop::setAttribute(const Element& element, const std::string& name, c
     std::lock_guard guard(lock_);
     count("setAttribute:" + name);
     const ElementRef& ref = refOf(element);
+    journal.push_back("setAttribute:" + name + ":" + std::to_string(ref.windowId));
     writes.push_back({ref.pid, ref.windowId, name, value});
     if (!trusted) return;
     Live* live = liveWindow(ref.pid, ref.windowId);
@@ -338,12 +339,14 @@ AppInfo SimDesktop::appInfo(const App& handle) {
 void SimDesktop::hide(const App& handle) {
     std::lock_guard guard(lock_);
     count("hide");
+    journal.push_back("hide:" + std::to_string(pidOfApp(handle)));
     if (SimApp* running = runningApp(pidOfApp(handle))) running->hidden = true;
 }
 
 void SimDesktop::activate(const App& handle) {
     std::lock_guard guard(lock_);
     count("activate");
+    journal.push_back("activate:" + std::to_string(pidOfApp(handle)));
     std::int32_t pid = pidOfApp(handle);
     activations.push_back(pid);
     if (SimApp* running = runningApp(pid)) {
@@ -363,6 +366,7 @@ std::optional<std::string> SimDesktop::applicationPath(const std::string& bundle
 std::optional<App> SimDesktop::openApplication(const std::string& appPath, double timeout, ErrorSink onError) {
     std::lock_guard guard(lock_);
     count("openApplication");
+    journal.push_back("openApplication:" + appPath);
     // An application that runs already is handed back as it is.
     for (auto pid : launchOrder_)
         if (SimApp* running = runningApp(pid); running && running->spec.bundlePath == appPath) return handleFor(pid);
@@ -391,6 +395,7 @@ void SimDesktop::openDocuments(const std::vector<std::string>& urls, const std::
                                ErrorSink onError) {
     std::lock_guard guard(lock_);
     count("openDocuments");
+    journal.push_back("openDocuments:" + appPath);
     std::optional<std::int32_t> target;
     for (auto pid : launchOrder_)
         if (SimApp* running = runningApp(pid); running && running->spec.bundlePath == appPath) target = pid;
@@ -441,6 +446,7 @@ double SimDesktop::monotonicSeconds() {
 void SimDesktop::sleep(double seconds) {
     std::lock_guard guard(lock_);
     count("sleep");
+    journal.push_back("sleep");
     sleeps.push_back(seconds);
     if (seconds > 0) now_ += seconds;
 }

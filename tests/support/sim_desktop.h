@@ -156,6 +156,10 @@ public:
     std::vector<double> sleeps;
     std::vector<std::int32_t> activations;
     std::vector<SimScriptRun> scriptRuns;
+    // What was done, in order: "openApplication:PATH", "openDocuments:PATH",
+    // "setAttribute:NAME:WINDOW", "hide:PID", "activate:PID", "sleep",
+    // "appleScript:KIND:BUNDLE". Tests add their own entries beside them.
+    std::vector<std::string> journal;
     // How many script runs of that kind were answered.
     int scriptRunsOf(const std::string& kind) const;
 

@@ -184,6 +184,7 @@ Scripts::Host::Run SimDesktop::appleScript(std::string_view script, double timeo
     SimScriptRun run{"unknown", "", std::string(script)};
     Run answer = interpret(script, run.kind, run.bundleID);
     if (answer.timedOut) now_ += timeout;
+    journal.push_back("appleScript:" + run.kind + ":" + run.bundleID);
     scriptRuns.push_back(std::move(run));
     return answer;
 }

@@ -1,0 +1,135 @@
+// Restore::run: every application of a snapshot back, by kind.
+#include "session/restore.h"
+
+#include "scripting/capture_scripts.h"
+#include "scripting/restore_scripts.h"
+
+#include <set>
+
+namespace tarnwick::Restore {
+
+namespace {
+
+// Freshly launched apps need a moment before their scripting answers sensibly.
+constexpr double terminalSettle = 1.5;
+constexpr double browserSettle = 2.0;
+
+std::set<std::string> itemsOf(const std::optional<std::vector<ScriptedWindow>>& windows) {
+    std::set<std::string> items;
+    if (windows)
+        for (const ScriptedWindow& window : *windows) items.insert(window.items.begin(), window.items.end());
+    return items;
+}
+
+void restoreFinder(const AppState& app, Result& result) {
+    std::set<std::string> open = itemsOf(Scripts::captureFinder());
+    for (const ScriptedWindow& saved : app.scripted) {
+        if (saved.items.empty()) continue;
+        const std::string& path = saved.items.front();
+        if (open.count(path)) continue;
+        if (!platform().fileExists(path)) {
+            result.problems.push_back("Finder: " + path + " no longer exists");
+        } else if (Scripts::restoreFinder(saved)) {
+            result.windows += 1;
+        } else {
+            result.problems.push_back("Finder: couldn't open " + path);
+        }
+    }
+}
+
+void restoreTerminal(const AppState& app, bool launched, Result& result) {
+    if (launched) platform().sleep(terminalSettle);
+    bool terminal = app.kind == AppKind::terminal;
+    auto current = terminal ? Scripts::captureTerminal() : Scripts::captureITerm();
+    std::set<std::string> open = itemsOf(current);
+    // A Terminal we just launched shows one fresh window at home: the first
+    // saved window goes into it instead of leaving it beside the restored ones.
+    bool reuse = terminal && launched && current && current->size() == 1 &&
+                 current->front().items == std::vector<std::string>{platform().homeDirectory()};
+    for (const ScriptedWindow& saved : app.scripted) {
+        bool reuseThis = reuse;
+        reuse = false;
+        if (!reuseThis) {
+            if (saved.items.empty()) continue;
+            bool allOpen = true;
+            for (const std::string& item : saved.items) allOpen = allOpen && open.count(item) > 0;
+            if (allOpen) continue;
+        }
+        bool opened = terminal ? Scripts::restoreTerminal(saved, reuseThis) : Scripts::restoreITerm(saved);
+        if (opened)
+            result.windows += 1;
+        else
+            result.problems.push_back(app.name + ": a window failed to open");
+    }
+}
+
+void restoreBrowser(const AppState& app, bool launched, Result& result) {
+    if (!app.bundleID) return;
+    const std::string& bundleID = *app.bundleID;
+    bool safari = app.kind == AppKind::safari;
+    if (launched) platform().sleep(browserSettle);
+    std::set<std::string> open = itemsOf(safari ? Scripts::captureSafari() : Scripts::captureChromium(bundleID));
+
+    std::vector<const ScriptedWindow*> chosen;
+    for (const ScriptedWindow& saved : app.scripted) {
+        std::int64_t tabs = 0, alreadyOpen = 0;
+        for (const std::string& item : saved.items) {
+            if (item.empty()) continue;
+            tabs += 1;
+            alreadyOpen += open.count(item) > 0;
+        }
+        // Reopened only when fewer than half its tabs are open: exactly half counts as open.
+        if (tabs > 0 && tabs > 2 * alreadyOpen) chosen.push_back(&saved);
+    }
+    if (chosen.empty()) return;
+
+    Scripts::closeBlankBrowserWindows(app.kind, bundleID);
+    for (const ScriptedWindow* saved : chosen) {
+        bool opened = safari ? Scripts::restoreSafari(*saved) : Scripts::restoreChromium(bundleID, *saved);
+        auto count = static_cast<std::int64_t>(saved->items.size());
+        if (opened) {
+            result.windows += 1;
+            result.tabs += count;
+        } else {
+            result.problems.push_back(app.name + ": a window with " + std::to_string(count) +
+                                      " tabs failed (check Automation permission)");
+        }
+    }
+}
+
+}  // namespace
+
+Result run(const Snapshot& snapshot, const Progress& progress) {
+    Platform& desktop = platform();
+    const std::optional<std::string> own = desktop.ownBundleIdentifier();
+    std::vector<const AppState*> apps;
+    // Never relaunch ourselves; two absent identifiers count as equal.
+    for (const AppState& app : snapshot.apps)
+        if (app.bundleID != own) apps.push_back(&app);
+
+    Result result;
+    const std::string total = std::to_string(apps.size());
+    for (size_t i = 0; i < apps.size(); ++i) {
+        const AppState& app = *apps[i];
+        if (progress) progress("Restoring " + std::to_string(i + 1) + "/" + total + ": " + app.name);
+        auto running = ensureRunning(app, result);
+        if (!running) continue;
+        switch (app.kind) {
+            case AppKind::generic: restoreGeneric(app, running->app, running->launched, result); break;
+            case AppKind::finder: restoreFinder(app, result); break;
+            case AppKind::terminal:
+            case AppKind::iterm: restoreTerminal(app, running->launched, result); break;
+            case AppKind::chromium:
+            case AppKind::safari: restoreBrowser(app, running->launched, result); break;
+        }
+        if (app.hidden) desktop.hide(running->app);
+    }
+
+    if (snapshot.frontmost) {
+        auto front = desktop.runningApplications(*snapshot.frontmost);
+        if (!front.empty()) desktop.activate(front.front());
+    }
+    return result;
+}
+
+}  // namespace tarnwick::Restore

@@ -1,0 +1,94 @@
+// Restore::restoreGeneric and waitForWindows: saved windows onto live ones.
+#include "session/restore.h"
+
+#include "access/axo.h"
+#include "store/log.h"
+
+#include <set>
+
+namespace tarnwick::Restore {
+
+namespace {
+
+constexpr double windowPoll = 0.5;
+constexpr double launchedWait = 12.0;
+constexpr double runningWait = 1.0;
+constexpr double documentOpenTimeout = 20.0;
+constexpr double documentWindowWait = 10.0;
+
+std::optional<std::string> textAttr(const Element& window, const std::string& name) {
+    auto value = AXO::attr(window, name);
+    if (value && std::holds_alternative<std::string>(*value)) return std::get<std::string>(*value);
+    return std::nullopt;
+}
+
+// The first live window whose attribute reads as exactly this text.
+std::optional<size_t> firstWith(const std::vector<Element>& live, const std::string& name, const std::string& text) {
+    for (size_t i = 0; i < live.size(); ++i)
+        if (textAttr(live[i], name) == text) return i;
+    return std::nullopt;
+}
+
+// Opens the saved documents that no live window shows, then waits for their
+// windows. The live list as it then stands, or unchanged when nothing was opened.
+std::vector<Element> reopenDocuments(const AppState& app, std::int32_t pid, std::vector<Element> live) {
+    std::set<std::string> open;
+    for (const Element& window : live)
+        if (auto document = textAttr(window, "AXDocument")) open.insert(*document);
+    std::vector<std::string> missing;
+    for (const WindowState& saved : app.windows) {
+        if (!saved.document || open.count(*saved.document)) continue;
+        auto path = fileURLPath(*saved.document);
+        if (path && platform().fileExists(*path)) missing.push_back(*saved.document);
+    }
+    if (missing.empty()) return live;
+    auto bundle = appURL(app);
+    if (!bundle) return live;
+    // The sink may run after we stopped waiting, so it owns its copy of the name.
+    std::string prefix = "open docs in " + app.name + ": ";
+    platform().openDocuments(missing, *bundle, documentOpenTimeout,
+                             [prefix](const std::string& error) { log(prefix + error); });
+    return waitForWindows(pid, static_cast<std::int64_t>(app.windows.size()), documentWindowWait);
+}
+
+}  // namespace
+
+std::vector<Element> waitForWindows(std::int32_t pid, std::int64_t expected, double timeout) {
+    Platform& desktop = platform();
+    double deadline = desktop.monotonicSeconds() + timeout;
+    std::vector<Element> live = AXO::windows(pid);
+    while (static_cast<std::int64_t>(live.size()) < expected && desktop.monotonicSeconds() < deadline) {
+        desktop.sleep(windowPoll);
+        live = AXO::windows(pid);
+    }
+    return live;
+}
+
+void restoreGeneric(const AppState& app, const App& running, bool launched, Result& result) {
+    if (!AXO::trusted() || app.windows.empty()) return;
+    std::int32_t pid = platform().appInfo(running).pid;
+    auto expected = static_cast<std::int64_t>(app.windows.size());
+    std::vector<Element> live = waitForWindows(pid, expected, launched ? launchedWait : runningWait);
+    live = reopenDocuments(app, pid, std::move(live));
+
+    // Greedy in saved order: a window without a match takes whatever is first,
+    // even if a later saved window would have matched it by title.
+    for (const WindowState& saved : app.windows) {
+        std::optional<size_t> pick;
+        if (saved.document && !live.empty()) pick = firstWith(live, "AXDocument", *saved.document);
+        if (!pick && saved.title) pick = firstWith(live, "AXTitle", *saved.title);
+        if (!pick) {
+            if (live.empty()) break;
+            pick = 0;
+        }
+        Element window = live[*pick];
+        live.erase(live.begin() + static_cast<std::ptrdiff_t>(*pick));
+        // A window going full screen gets its size from the screen, not from us.
+        if (saved.frame && !saved.fullScreen) AXO::setFrame(window, *saved.frame);
+        if (saved.minimized) AXO::setBool(window, "AXMinimized", true);
+        if (saved.fullScreen) AXO::setBool(window, "AXFullScreen", true);
+        result.windows += 1;
+    }
+}
+
+}  // namespace tarnwick::Restore
