@@ -2,18 +2,25 @@
 #include <cstdio>
 
 #if defined(__APPLE__)
+#include "main/entry.h"
 #include "platform/platform.h"
 #include "session/platform_mac.h"
+
+#include <string>
+#include <vector>
 #endif
 
-int main() {
+int main(int argc, char** argv) {
 #if defined(__APPLE__)
     // The one place a backend is chosen: everything after this reaches the
     // desktop through it.
     tarnwick::installPlatform(&tarnwick::macPlatform());
-    std::fputs("tarnwick: the command-line modes are not part of this build yet\n", stderr);
+    if (auto status = tarnwick::Entry::runOneShot(std::vector<std::string>(argv, argv + argc))) return *status;
+    std::fputs("tarnwick: the menu-bar application is not part of this build yet\n", stderr);
     return 2;
 #else
+    (void)argc;
+    (void)argv;
     // Capture and restore need a desktop backend; this system has none yet, and
     // pretending to capture would write an empty session.
     std::fputs("tarnwick: no desktop backend on this system yet; capture and restore work on macOS only\n", stderr);

@@ -1,0 +1,296 @@
+// The command-line modes, run as real processes: tarnwick-sim on a simulated
+// desktop described through its environment, and the product binary itself.
+#include "model/snapshot_json.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstring>
+#include <cstdlib>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace tarnwick::testing {
+namespace {
+
+struct Finished {
+    int status = 0;
+    std::string out;
+    std::string err;
+
+    bool exitedWith(int code) const { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
+    bool stoppedAbnormally() const { return WIFSIGNALED(status); }
+};
+
+std::string drain(int fd) {
+    std::string text;
+    char buffer[65536];
+    for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) != 0;) {
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) break;
+        text.append(buffer, static_cast<size_t>(n));
+    }
+    ::close(fd);
+    return text;
+}
+
+// Runs the program with the arguments in our environment plus `extra`, and
+// collects both outputs. Standard error only ever holds a line or two, so it
+// is read after standard output without risk of a full pipe.
+Finished run(const std::string& program, const std::vector<std::string>& arguments,
+             const std::vector<std::string>& extra = {}) {
+    int out[2], err[2];
+    if (::pipe(out) != 0 || ::pipe(err) != 0) std::abort();
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+    posix_spawn_file_actions_addclose(&actions, out[0]);
+    posix_spawn_file_actions_addclose(&actions, err[0]);
+    std::vector<std::string> args{program};
+    args.insert(args.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    std::vector<std::string> env(extra);
+    for (char** entry = environ; *entry; ++entry) env.emplace_back(*entry);
+    std::vector<char*> envp;
+    for (auto& entry : env) envp.push_back(entry.data());
+    envp.push_back(nullptr);
+    pid_t pid = 0;
+    int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(out[1]);
+    ::close(err[1]);
+    Finished finished;
+    finished.out = drain(out[0]);
+    finished.err = drain(err[0]);
+    if (spawned != 0) {
+        ADD_FAILURE() << "cannot start " << program << ": " << std::strerror(spawned);
+        return finished;
+    }
+    while (::waitpid(pid, &finished.status, 0) < 0 && errno == EINTR) {
+    }
+    return finished;
+}
+
+// A small session: an editor with two windows (one minimized), a browser with
+// three tabs in two windows, Finder with one folder, Terminal with one window.
+const char* const kDesktop = R"({
+  "home": "/Users/tester",
+  "frontmost": "com.example.Editor",
+  "files": ["/Users/tester/Documents", "/Users/tester/src"],
+  "apps": [
+    {"bundleID": "com.example.Editor", "bundlePath": "/Applications/Editor.app", "name": "Editor",
+     "running": true,
+     "windows": [{"title": "Draft", "frame": [0, 25, 800, 600]},
+                 {"title": "Notes", "frame": [820, 25, 400, 500], "minimized": true}]},
+    {"bundleID": "com.google.Chrome", "bundlePath": "/Applications/Google Chrome.app", "name": "Google Chrome",
+     "running": true,
+     "windows": [{"tabs": ["https://a.example/", "https://b.example/"], "activeTab": 2, "frame": [0, 25, 1200, 800]},
+                 {"tabs": ["https://c.example/"], "frame": [40, 60, 1000, 700]}]},
+    {"bundleID": "com.apple.finder", "bundlePath": "/System/Library/CoreServices/Finder.app", "name": "Finder",
+     "running": true, "windows": [{"folder": "/Users/tester/Documents/", "frame": [100, 80, 920, 480]}]},
+    {"bundleID": "com.apple.Terminal", "bundlePath": "/System/Applications/Utilities/Terminal.app",
+     "name": "Terminal", "running": true,
+     "windows": [{"tty": "/dev/ttys004", "shellDirectory": "/Users/tester/src", "frame": [0, 25, 600, 400]}]},
+    {"bundleID": "com.example.Agent", "bundlePath": "/Applications/Agent.app", "name": "Agent",
+     "policy": "accessory", "running": true}
+  ]
+})";
+
+class CliTest : public ::testing::Test {
+protected:
+    TempDir dir{"tarnwick-cli"};
+    const std::string sim = TARNWICK_SIM_PATH;
+
+    std::vector<std::string> environmentFor(const std::string& description) {
+        // HOME points into the test's folder so that a log line never reaches the real one.
+        return {"TARNWICK_SIM_DESKTOP=" + description, "HOME=" + dir.path().string()};
+    }
+    Finished sim_(const std::vector<std::string>& arguments, const std::string& description = kDesktop) {
+        return run(sim, arguments, environmentFor(description));
+    }
+    std::string file(const std::string& name, const std::string& text) {
+        auto path = dir.path() / name;
+        writeText(path, text);
+        return path.string();
+    }
+};
+
+TEST_F(CliTest, CapturePrintsTheFileFormThatDecodesAndTheSummaryLine) {
+    Finished finished = sim_({"--capture"});
+
+    ASSERT_TRUE(finished.exitedWith(0)) << finished.err;
+    ASSERT_FALSE(finished.out.empty());
+    EXPECT_EQ(finished.out.back(), '\n');
+    std::string error;
+    auto snapshot = decodeSnapshot(finished.out, &error);
+    ASSERT_TRUE(snapshot) << error;
+    // Exactly the store's file form: pretty, sorted keys, ISO 8601 date, then a line feed.
+    EXPECT_EQ(encodeSnapshot(*snapshot).value() + "\n", finished.out);
+    EXPECT_NE(finished.out.find("\"date\" : \"2026-01-05T10:00:00Z\""), std::string::npos);
+    EXPECT_EQ(snapshot->reason, "cli");
+    EXPECT_EQ(snapshot->frontmost, "com.example.Editor");
+    ASSERT_EQ(snapshot->apps.size(), 4u);
+    EXPECT_EQ(snapshot->apps[0].windows.size(), 2u);
+    EXPECT_TRUE(snapshot->apps[0].windows[1].minimized);
+    EXPECT_EQ(snapshot->apps[1].scripted.size(), 2u);
+    EXPECT_EQ(snapshot->apps[2].scripted[0].items, std::vector<std::string>{"/Users/tester/Documents/"});
+    EXPECT_EQ(snapshot->apps[3].scripted[0].items, std::vector<std::string>{"/Users/tester/src"});
+    EXPECT_EQ(finished.err, snapshot->summary() + "; accessibility on\n");
+    EXPECT_EQ(finished.err, "4 apps · 6 windows · 3 tabs; accessibility on\n");
+    // No snapshot file and no log line.
+    EXPECT_TRUE(fileNames(dir.path()).empty());
+}
+
+TEST_F(CliTest, CaptureWithoutAccessibilitySaysSo) {
+    std::string description = kDesktop;
+    description.replace(description.find("\"home\""), 6, "\"trusted\": false, \"home\"");
+    Finished finished = sim_({"--capture"}, description);
+    ASSERT_TRUE(finished.exitedWith(0)) << finished.err;
+    EXPECT_EQ(finished.err, "4 apps · 4 windows · 3 tabs; accessibility off\n");
+}
+
+TEST_F(CliTest, RestoringWhatIsAlreadyInPlacePlacesTheGenericWindowsAndReportsNoProblem) {
+    Finished captured = sim_({"--capture"});
+    ASSERT_TRUE(captured.exitedWith(0)) << captured.err;
+    std::string path = file("session.json", captured.out);
+
+    Finished restored = sim_({"--restore", path});
+
+    ASSERT_TRUE(restored.exitedWith(0)) << restored.err;
+    EXPECT_EQ(restored.out,
+              "Restoring 1/4: Editor\n"
+              "Restoring 2/4: Google Chrome\n"
+              "Restoring 3/4: Finder\n"
+              "Restoring 4/4: Terminal\n"
+              "launched 0, windows 2, tabs 0\n");
+    EXPECT_EQ(restored.err, "");
+}
+
+TEST_F(CliTest, RestoringOntoAnEmptyDesktopLaunchesReopensAndListsProblems) {
+    Finished captured = sim_({"--capture"});
+    ASSERT_TRUE(captured.exitedWith(0)) << captured.err;
+    auto snapshot = decodeSnapshot(captured.out).value();
+    AppState missing;
+    missing.name = "Gone";
+    missing.bundleID = "com.example.Gone";
+    missing.bundlePath = "/Applications/Gone.app";
+    snapshot.apps.push_back(missing);
+    std::string path = file("session.json", encodeSnapshot(snapshot).value());
+    // The same apps installed, none running; Finder and Terminal open with no windows.
+    const char* empty = R"({
+      "files": ["/Users/tester/Documents", "/Users/tester/src"],
+      "apps": [
+        {"bundleID": "com.example.Editor", "bundlePath": "/Applications/Editor.app", "name": "Editor",
+         "windowsOnLaunch": [{"title": "Draft"}, {"title": "Notes"}]},
+        {"bundleID": "com.google.Chrome", "bundlePath": "/Applications/Google Chrome.app", "name": "Google Chrome",
+         "windowsOnLaunch": [{"tabs": ["chrome://newtab/"]}]},
+        {"bundleID": "com.apple.finder", "bundlePath": "/System/Library/CoreServices/Finder.app", "name": "Finder",
+         "running": true},
+        {"bundleID": "com.apple.Terminal", "bundlePath": "/System/Applications/Utilities/Terminal.app",
+         "name": "Terminal",
+         "windowsOnLaunch": [{"tty": "/dev/ttys000", "shellDirectory": "/Users/tester"}]}
+      ]
+    })";
+
+    Finished restored = sim_({"--restore", path}, empty);
+
+    ASSERT_TRUE(restored.exitedWith(0)) << restored.err;
+    EXPECT_EQ(restored.out,
+              "Restoring 1/5: Editor\n"
+              "Restoring 2/5: Google Chrome\n"
+              "Restoring 3/5: Finder\n"
+              "Restoring 4/5: Terminal\n"
+              "Restoring 5/5: Gone\n"
+              "launched 3, windows 6, tabs 3\n"
+              "problem: Gone: app not found\n");
+}
+
+TEST_F(CliTest, AFileThatIsNotJsonStopsTheProcessWithADiagnosticAndNothingMore) {
+    std::string path = file("notes.txt", "these are not the snapshots you are looking for\n");
+    Finished finished = sim_({"--restore", path});
+    EXPECT_TRUE(finished.stoppedAbnormally());
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.err.rfind("tarnwick: " + path + " is not a snapshot: ", 0), 0u) << finished.err;
+}
+
+TEST_F(CliTest, ASnapshotWithAnUnknownKindStopsTheProcess) {
+    Snapshot snapshot;
+    AppState app;
+    app.name = "Editor";
+    app.bundlePath = "/Applications/Editor.app";
+    snapshot.apps = {app};
+    std::string json = encodeSnapshot(snapshot).value();
+    json.replace(json.find("\"generic\""), 9, "\"spreadsheet\"");
+    std::string path = file("odd.json", json);
+    Finished finished = sim_({"--restore", path});
+    EXPECT_TRUE(finished.stoppedAbnormally());
+    EXPECT_EQ(finished.out, "");
+    EXPECT_NE(finished.err.find(path), std::string::npos) << finished.err;
+    EXPECT_NE(finished.err.find("kind"), std::string::npos) << finished.err;
+}
+
+TEST_F(CliTest, AMissingFileStopsTheProcessNamingTheFile) {
+    std::string path = (dir.path() / "nowhere.json").string();
+    Finished finished = sim_({"--restore", path});
+    EXPECT_TRUE(finished.stoppedAbnormally());
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.err, "tarnwick: cannot read " + path + ": No such file or directory\n");
+}
+
+TEST_F(CliTest, AFolderInsteadOfAFileStopsTheProcess) {
+    Finished finished = sim_({"--restore", dir.path().string()});
+    EXPECT_TRUE(finished.stoppedAbnormally());
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.err, "tarnwick: cannot read " + dir.path().string() + ": Is a directory\n");
+}
+
+TEST_F(CliTest, CaptureWinsOverRestore) {
+    Finished finished = sim_({"--restore", (dir.path() / "nowhere.json").string(), "--capture"});
+    ASSERT_TRUE(finished.exitedWith(0)) << finished.err;
+    EXPECT_TRUE(decodeSnapshot(finished.out));
+}
+
+TEST_F(CliTest, RestoreWithTwoPathsUsesTheFirst) {
+    Finished captured = sim_({"--capture"});
+    std::string path = file("session.json", captured.out);
+    Finished finished = sim_({"--restore", path, (dir.path() / "nowhere.json").string()});
+    ASSERT_TRUE(finished.exitedWith(0)) << finished.err;
+    EXPECT_NE(finished.out.find("launched 0, windows 2, tabs 0\n"), std::string::npos);
+}
+
+TEST_F(CliTest, RestoreAsTheLastArgumentStartsTheApplicationInstead) {
+    Finished finished = sim_({"--restore"});
+    // The simulated desktop has no menu-bar application: it says so and stops.
+    EXPECT_TRUE(finished.exitedWith(3));
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.err, "tarnwick-sim: the menu-bar application does not run on the simulated desktop\n");
+}
+
+TEST_F(CliTest, AnUnusableDesktopDescriptionIsRefused) {
+    Finished finished = sim_({"--capture"}, R"({"apps": [{"bundlePath": "/A.app", "colour": "red"}]})");
+    EXPECT_TRUE(finished.exitedWith(2));
+    EXPECT_EQ(finished.err, "tarnwick-sim: unusable TARNWICK_SIM_DESKTOP: desktop.apps[0].colour is not a known key\n");
+}
+
+#if !defined(__APPLE__)
+TEST_F(CliTest, TheProductWithoutADesktopBackendSaysSoAndDoesNotCapture) {
+    for (const char* mode : {"--capture", "--restore"}) {
+        Finished finished = run(TARNWICK_PATH, {mode, "x.json"}, {"HOME=" + dir.path().string()});
+        EXPECT_TRUE(finished.exitedWith(2)) << mode;
+        EXPECT_EQ(finished.out, "");
+        EXPECT_EQ(finished.err,
+                  "tarnwick: no desktop backend on this system yet; capture and restore work on macOS only\n");
+    }
+    EXPECT_TRUE(fileNames(dir.path()).empty());
+}
+#endif
+
+}  // namespace
+}  // namespace tarnwick::testing

@@ -1,0 +1,49 @@
+// Entry::choose: which mode the process arguments ask for.
+#include "main/entry.h"
+
+#include <gtest/gtest.h>
+
+namespace tarnwick {
+namespace {
+
+using Entry::Mode;
+
+Entry::Choice choose(std::vector<std::string> arguments) { return Entry::choose(arguments); }
+
+TEST(EntryChoose, NoArgumentsStartTheApplication) {
+    EXPECT_EQ(choose({"/Applications/Tarnwick.app/Contents/MacOS/Tarnwick"}).mode, Mode::application);
+}
+
+TEST(EntryChoose, CaptureAnywhereWinsOverRestore) {
+    EXPECT_EQ(choose({"tarnwick", "--restore", "a.json", "--capture"}).mode, Mode::capture);
+    EXPECT_EQ(choose({"tarnwick", "--capture", "--restore", "a.json"}).mode, Mode::capture);
+}
+
+TEST(EntryChoose, RestoreTakesTheArgumentAfterTheFirstRestore) {
+    auto choice = choose({"tarnwick", "-x", "--restore", "first.json", "second.json"});
+    EXPECT_EQ(choice.mode, Mode::restore);
+    EXPECT_EQ(choice.path, "first.json");
+    choice = choose({"tarnwick", "--restore", "--restore", "b.json"});
+    EXPECT_EQ(choice.path, "--restore");
+}
+
+TEST(EntryChoose, RestoreAsTheLastArgumentStartsTheApplication) {
+    EXPECT_EQ(choose({"tarnwick", "--restore"}).mode, Mode::application);
+    // Only the first "--restore" counts, even when a later one has a path.
+    EXPECT_EQ(choose({"tarnwick", "a", "--restore"}).mode, Mode::application);
+}
+
+TEST(EntryChoose, TheProgramPathItselfIsExamined) {
+    EXPECT_EQ(choose({"--capture"}).mode, Mode::capture);
+    auto choice = choose({"--restore", "x.json"});
+    EXPECT_EQ(choice.mode, Mode::restore);
+    EXPECT_EQ(choice.path, "x.json");
+}
+
+TEST(EntryChoose, ArgumentsMustMatchExactly) {
+    EXPECT_EQ(choose({"tarnwick", "--Capture", "-capture", "--capture=yes", "--restore=a.json"}).mode,
+              Mode::application);
+}
+
+}  // namespace
+}  // namespace tarnwick
