@@ -4,6 +4,7 @@
 #include "model/invariant.h"
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 
 namespace tarnwick::testing {
@@ -38,6 +39,21 @@ std::uint64_t readLittleEndian(const RemoteToken& token, size_t offset, size_t w
 std::string lastComponent(const std::string& text) {
     auto slash = text.find_last_of('/');
     return slash == std::string::npos ? text : text.substr(slash + 1);
+}
+
+// A file name as an application shows it: "plan%20b.key" → "plan b.key".
+std::string percentDecoded(const std::string& text) {
+    std::string decoded;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 2 < text.size() && std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
+            std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
+            decoded += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else {
+            decoded += text[i];
+        }
+    }
+    return decoded;
 }
 
 }  // namespace
@@ -410,7 +426,7 @@ void SimDesktop::openDocuments(const std::vector<std::string>& urls, const std::
     }
     for (const std::string& url : urls) {
         SimWindow opened;
-        opened.title = lastComponent(url);
+        opened.title = percentDecoded(lastComponent(url));
         opened.document = url;
         place(*target, opened, now_ + spec.documentDelay);
     }
