@@ -1,7 +1,7 @@
 // Restore::appURL and Restore::ensureRunning on the simulated desktop.
 #include "session/restore.h"
 
-#include "store/data_folder.h"
+#include "support/log_watch.h"
 #include "support/sim_desktop.h"
 #include "support/temp_dir.h"
 
@@ -31,14 +31,7 @@ protected:
     Restore::Result result;
     AppState editor = recorded("com.example.Editor", "/Applications/Editor.app", "Editor");
 
-    // The log lines written since the test began.
-    std::string newLog() {
-        std::string all = testing::readText(logURL());
-        return all.substr(std::min(all.size(), logSizeAtStart_));
-    }
-
-private:
-    size_t logSizeAtStart_ = testing::readText(logURL()).size();
+    testing::LogWatch log;
 };
 
 TEST_F(EnsureRunningTest, AppURLPrefersTheRecordedPathThenTheIdentifier) {
@@ -113,7 +106,7 @@ TEST_F(EnsureRunningTest, RefusedLaunchIsLoggedWithTheBundleName) {
     desktop.install(spec);
     EXPECT_FALSE(Restore::ensureRunning(editor, result).has_value());
     EXPECT_EQ(result.problems, (std::vector<std::string>{"Editor: could not launch"}));
-    std::string lines = newLog();
+    std::string lines = log.newText();
     EXPECT_NE(lines.find("Z launch Editor.app: The application \"Editor.app\" could not be launched.\n"),
               std::string::npos)
         << lines;

@@ -1,7 +1,7 @@
 // Restore::restoreGeneric, waitForWindows and fileURLPath on the simulated desktop.
 #include "session/restore.h"
 
-#include "store/data_folder.h"
+#include "support/log_watch.h"
 #include "support/sim_desktop.h"
 #include "support/temp_dir.h"
 
@@ -57,13 +57,7 @@ protected:
     }
     void restore(std::int32_t pid, bool launched) { Restore::restoreGeneric(app, handle(pid), launched, result); }
 
-    std::string newLog() {
-        std::string all = testing::readText(logURL());
-        return all.substr(std::min(all.size(), logSizeAtStart_));
-    }
-
-private:
-    size_t logSizeAtStart_ = testing::readText(logURL()).size();
+    testing::LogWatch log;
 };
 
 TEST_F(RestoreGenericTest, RunningApplicationWithAllWindowsIsPlacedAfterOneListingAndNoSleep) {
@@ -217,7 +211,7 @@ TEST_F(RestoreGenericTest, DocumentsThatFailToOpenAreLoggedAndPairingGoesOn) {
     desktop.addFile("/Users/tester/a.txt");
     app.windows = {saved("a.txt", {10, 10, 100, 100}, "file:///Users/tester/a.txt")};
     restore(pid, false);
-    EXPECT_EQ(newLog().substr(21), "open docs in Editor: The documents could not be opened.\n");
+    EXPECT_EQ(log.newText().substr(21), "open docs in Editor: The documents could not be opened.\n");
     // The refusal answers at once, and the one live window already makes up the count.
     EXPECT_EQ(desktop.now(), 0.0);
     EXPECT_EQ(desktop.calls("openDocuments"), 1);

@@ -283,6 +283,16 @@ Scripts::Host::Run SimDesktop::interpret(std::string_view script, std::string& k
         // The shell runs the command; a cd into a missing folder leaves it where it was.
         if (wanted && (files_.count(*wanted) || files_.count(withoutTrailingSlash(*wanted)))) directory = *wanted;
     };
+    auto bounds = [&](const std::string& text) {
+        auto frame = boundsLiteral(text);
+        need(frame.has_value(), "Can’t make the bounds into a rectangle. (-1700)");
+        return *frame;
+    };
+    auto selectTab = [&](SimWindow& w, const std::string& number) {
+        auto value = integer(number);
+        need(value && *value >= 1 && *value <= std::int64_t(w.tabs.size()), "Invalid index. (-1719)");
+        w.activeTab = *value;
+    };
     auto newWindow = [&](std::vector<std::string> tabs) {
         SimWindow made;
         made.tabs = std::move(tabs);
@@ -344,18 +354,11 @@ Scripts::Host::Run SimDesktop::interpret(std::string_view script, std::string& k
                 w.tabs.push_back(arg);
                 w.activeTab = std::int64_t(w.tabs.size());  // Chromium shows a new tab at once
             } else if (raw("set bounds of w to ", "")) {
-                auto frame = boundsLiteral(arg);
-                need(frame.has_value(), "Can’t make the bounds into a rectangle. (-1700)");
-                variable("w").frame = *frame;
+                variable("w").frame = bounds(arg);
             } else if (raw("set bounds of front window to ", "")) {
-                auto frame = boundsLiteral(arg);
-                need(frame.has_value(), "Can’t make the bounds into a rectangle. (-1700)");
-                windows_.at(frontWindow()).window.frame = *frame;
+                windows_.at(frontWindow()).window.frame = bounds(arg);
             } else if (raw("set active tab index of w to ", "")) {
-                SimWindow& w = variable("w");
-                auto value = integer(arg);
-                need(value && *value >= 1 && *value <= std::int64_t(w.tabs.size()), "Invalid index. (-1719)");
-                w.activeTab = *value;
+                selectTab(variable("w"), arg);
             } else if (literal("make new document with properties {URL:", "}")) {
                 kind = "restoreSafari";
                 newWindow({arg});
@@ -364,10 +367,7 @@ Scripts::Host::Run SimDesktop::interpret(std::string_view script, std::string& k
             } else if (literal("tell w to make new tab at end of tabs with properties {URL:", "}")) {
                 variable("w").tabs.push_back(arg);  // Safari keeps the current tab
             } else if (raw("set current tab of w to tab ", " of w")) {
-                SimWindow& w = variable("w");
-                auto value = integer(arg);
-                need(value && *value >= 1 && *value <= std::int64_t(w.tabs.size()), "Invalid index. (-1719)");
-                w.activeTab = *value;
+                selectTab(variable("w"), arg);
             } else if (literal("set w to make new Finder window to (POSIX file ", " as alias)")) {
                 kind = "restoreFinder";
                 need(files_.count(arg) || files_.count(withoutTrailingSlash(arg)),
