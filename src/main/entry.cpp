@@ -25,15 +25,21 @@ namespace {
     std::abort();
 }
 
-// The whole file, or nothing with errno telling why.
-std::optional<std::string> readFile(const std::string& path) {
+// The whole file, or nothing with the errno value that says why in `error`.
+std::optional<std::string> readFile(const std::string& path, int& error) {
     UniqueFd fd(retryOnEintr([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
-    if (!fd) return std::nullopt;
+    if (!fd) {
+        error = errno;
+        return std::nullopt;
+    }
     std::string text;
     char buffer[65536];
     for (;;) {
         ssize_t n = retryOnEintr([&] { return ::read(fd.get(), buffer, sizeof buffer); });
-        if (n < 0) return std::nullopt;  // a folder fails here, with EISDIR
+        if (n < 0) {
+            error = errno;  // a folder fails here, with EISDIR
+            return std::nullopt;
+        }
         if (n == 0) return text;
         text.append(buffer, static_cast<size_t>(n));
     }
@@ -70,8 +76,9 @@ int captureMode(std::FILE* out, std::FILE* err) {
 }
 
 int restoreMode(const std::string& path, std::FILE* out) {
-    auto text = readFile(path);
-    if (!text) fatal("cannot read " + path + ": " + std::strerror(errno));
+    int error = 0;
+    auto text = readFile(path, error);
+    if (!text) fatal("cannot read " + path + ": " + std::strerror(error));
     std::string reason;
     auto snapshot = decodeSnapshot(*text, &reason);
     if (!snapshot) fatal(path + " is not a snapshot: " + reason);
