@@ -151,14 +151,13 @@ TEST_F(RestoreRunTest, WithNoFrontmostRecordedNothingIsActivated) {
 }
 
 TEST_F(RestoreRunTest, TheRecordedFrontmostIsActivatedLast) {
-    auto editorPid = desktop.startApp(editorSpec);
+    desktop.startApp(editorSpec);
     auto mailPid = desktop.startApp(appSpec("com.example.Mail", "/Applications/Mail.app", "Mail"));
     snapshot.apps = {recordedFor(editorSpec, AppKind::generic)};
     snapshot.frontmost = "com.example.Mail";
     run();
     EXPECT_EQ(desktop.activations, std::vector<std::int32_t>{mailPid});
     EXPECT_EQ(desktop.journal.back(), "activate:" + std::to_string(mailPid));
-    (void)editorPid;
 }
 
 TEST_F(RestoreRunTest, AFrontmostThatIsNotRunningIsLeftAlone) {
@@ -377,8 +376,7 @@ TEST_F(RestoreRunTest, ApplicationsThatCannotBeHadGiveTheirLinesAndAreNotHidden)
 TEST_F(RestoreRunTest, ProgressComesExactlyOncePerApplicationBeforeAnythingIsDoneForIt) {
     desktop.install(editorSpec);
     desktop.install(chromeSpec);
-    auto safari = desktop.startApp(safariSpec);
-    (void)safari;
+    desktop.startApp(safariSpec);
     AppState editor = recordedFor(editorSpec, AppKind::generic);
     editor.windows = {WindowState{"Untitled", std::nullopt, Frame{0, 25, 300, 300}, false, false}};
     AppState chrome = recordedFor(chromeSpec, AppKind::chromium);

@@ -121,7 +121,7 @@ TEST_F(RoundTripTest, ASessionOfThirteenAppsComesBackAsItWas) {
 
     SimWindow plan = titled("plan b.key", {80, 80, 1200, 760});
     plan.document = "file:///Users/tester/Projects/plan%20b.key";
-    auto slides = app(appSpec("com.example.Slides", "/Applications/Slides.app", "Slides"), {}, {plan});
+    app(appSpec("com.example.Slides", "/Applications/Slides.app", "Slides"), {}, {plan});
 
     // Chromium: three windows, one incognito (never captured), 40 tabs in the other two.
     SimWindow incognito = tabbed({"https://private.example/"}, 1, {500, 100, 800, 600});
@@ -167,7 +167,6 @@ TEST_F(RoundTripTest, ASessionOfThirteenAppsComesBackAsItWas) {
     auto chat = app(appSpec("com.example.Chat", "/Applications/Chat.app", "Chat"), {titled("Chat", {0, 0, 500, 500})},
                     {titled("Chat", {1000, 25, 420, 860})});
     desktop.frontmost = chat;
-    (void)slides;
 
     Snapshot before = Capture::snapshot("manual");
     ASSERT_EQ(before.apps.size(), 13u);

@@ -313,22 +313,29 @@ Scripts::Host::Run SimDesktop::interpret(std::string_view script, std::string& k
         return value.has_value();
     };
 
-    bool counted = false;
+    // Enters the application's tell block; a fault of that application ends the run.
+    std::optional<Run> faultedRun;
+    auto tellApplication = [&](const std::string& id, const char* notRunning) {
+        if (blocks.empty()) kind = "restore", bundleID = id;
+        target = scriptTarget(id);
+        need(target.has_value(), notRunning);
+        faultedRun = faulted(*target);
+        blocks.push_back(Block::tellApp);
+    };
+    // The shell of the tab (counted from 1) runs the command.
+    auto writeText = [&](SimWindow& w, std::int64_t tab) {
+        std::optional<std::string> directory = w.tabs.at(size_t(tab - 1));
+        cd(directory, arg);
+        w.tabs[size_t(tab - 1)] = *directory;
+    };
+
     for (size_t at = 0; at < lines.size(); ++at) {
         std::string_view line = line_ = lines[at];
         try {
             if (literal("tell application id ", "")) {
-                target = scriptTarget(arg);
-                if (!counted) kind = "restore", bundleID = arg, counted = true;
-                need(target.has_value(), "Application isn’t running. (-600)");
-                if (auto fault = faulted(*target)) return *fault;
-                blocks.push_back(Block::tellApp);
+                tellApplication(arg, "Application isn’t running. (-600)");
             } else if (line == "tell application \"Finder\"") {
-                target = scriptTarget(finderID);
-                if (!counted) kind = "restore", bundleID = finderID, counted = true;
-                need(target.has_value(), "Finder got an error: Application isn’t running. (-600)");
-                if (auto fault = faulted(*target)) return *fault;
-                blocks.push_back(Block::tellApp);
+                tellApplication(finderID, "Finder got an error: Application isn’t running. (-600)");
             } else if (line == "tell w") {
                 variable("w");
                 blocks.push_back(Block::tellWindow);
@@ -396,18 +403,13 @@ Scripts::Host::Run SimDesktop::interpret(std::string_view script, std::string& k
                 variables["t"] = {variables["w"].first, w.activeTab};
             } else if (literal("tell current session of w to write text ", "")) {
                 SimWindow& w = variable("w");
-                std::optional<std::string> directory = w.tabs.at(size_t(w.activeTab - 1));
-                cd(directory, arg);
-                w.tabs[size_t(w.activeTab - 1)] = *directory;
+                writeText(w, w.activeTab);
             } else if (literal("tell current session of t to write text ", "")) {
-                SimWindow& w = variable("t");
-                size_t tab = size_t(variables["t"].second - 1);
-                std::optional<std::string> directory = w.tabs.at(tab);
-                cd(directory, arg);
-                w.tabs[tab] = *directory;
+                writeText(variable("t"), variables["t"].second);
             } else {
                 return failure("syntax error: the simulator does not understand: " + std::string(line) + " (-2741)");
             }
+            if (faultedRun) return *faultedRun;
         } catch (const ScriptError& error) {
             // The innermost "try" absorbs the error: carry on after its "end try".
             while (!blocks.empty() && blocks.back() != Block::attempt) blocks.pop_back();
