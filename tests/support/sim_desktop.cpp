@@ -459,6 +459,16 @@ double SimDesktop::monotonicSeconds() {
     return now_;
 }
 
+double SimDesktop::now() const {
+    std::lock_guard guard(lock_);
+    return now_;
+}
+
+void SimDesktop::passTime(double seconds) {
+    std::lock_guard guard(lock_);
+    if (seconds > 0) now_ += seconds;
+}
+
 void SimDesktop::sleep(double seconds) {
     std::lock_guard guard(lock_);
     count("sleep");

@@ -197,7 +197,10 @@ public:
     std::string tool(const std::string& path, const std::vector<std::string>& arguments) override;
 
     // Virtual seconds since the simulator was made.
-    double now() const { return now_; }
+    double now() const;
+    // Time passes outside the code under test (a test's own waiting, the main
+    // thread idling between timer ticks): the clock moves, nothing is recorded.
+    void passTime(double seconds);
 
 private:
     struct Live {

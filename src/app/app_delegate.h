@@ -1,0 +1,76 @@
+// AppDelegate: the menu-bar application's one long-lived object. It guards
+// against overlapping operations with `busy`, runs saves and restores on the
+// work queue, keeps the autosave timer, and fills the status menu.
+#pragma once
+
+#include "app/menu.h"
+#include "app/shell.h"
+#include "model/snapshot.h"
+#include "session/restore.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tarnwick::MenuBar {
+
+// The settings keys in the user defaults.
+inline constexpr const char* autosaveMinutesKey = "autosaveMinutes";
+inline constexpr const char* loginItemConfiguredKey = "loginItemConfigured";
+
+// Every member runs on the main thread; work queued on the work queue hands its
+// results back to the main queue before any field is touched.
+class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
+public:
+    // Timers and delayed callbacks hold the delegate weakly, so it lives in a shared pointer.
+    static std::shared_ptr<AppDelegate> make(Shell& shell);
+
+    // The launch sequence: icon and menus, the last save's date, the trust
+    // prompt, the first-launch login item, a prune, the timer, the snapshot a
+    // minute after launch and the power-off observer.
+    void applicationDidFinishLaunching();
+
+    // Replaces the autosave timer with one for the current setting; none when off.
+    void scheduleAutosave();
+    // Captures and stores a snapshot on the work queue, unless something runs.
+    void save(const std::string& reason, Task completion = {});
+    // Holds the power-off back, for at most 10 seconds, until a snapshot is stored.
+    void willPowerOff();
+    // Restores the snapshot on the work queue and reports in an alert.
+    void restore(const Snapshot& snapshot);
+
+    // The status menu as it is to open now.
+    Menu menuNeedsUpdate();
+
+    // The menu's commands.
+    void perform(Command command, std::int64_t tag);
+    void saveNow();
+    void setAutosave(std::int64_t minutes);
+    void restoreLatest();
+    void restorePreBoot();
+    void restoreIndexed(std::int64_t position);
+    void toggleLogin();
+    void openAccessibility();
+    void showFolder();
+    void quit();
+
+    // State, for the shell and the tests.
+    const std::optional<std::string>& busy() const { return busy_; }
+    const std::optional<Date>& lastSaved() const { return lastSaved_; }
+    const std::shared_ptr<Timer>& timer() const { return timer_; }
+
+    explicit AppDelegate(Shell& shell);
+
+private:
+    void report(const Restore::Result& result);
+    std::int64_t autosaveMinutes();
+    void onMain() const;
+
+    Shell& shell_;
+    std::shared_ptr<Timer> timer_;
+    std::optional<std::string> busy_;
+    std::optional<Date> lastSaved_;
+};
+
+}  // namespace tarnwick::MenuBar

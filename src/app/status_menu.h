@@ -1,0 +1,40 @@
+// The status menu's contents, built afresh from the state of the moment.
+#pragma once
+
+#include "app/menu.h"
+#include "model/snapshot.h"
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnwick::MenuBar {
+
+// The timed-snapshot intervals the menu offers, in minutes; 0 is off.
+inline constexpr std::array<std::int64_t, 5> autosaveChoices{0, 5, 15, 30, 60};
+// How many of the newest snapshots "Restore other snapshot" offers.
+inline constexpr size_t otherSnapshotsOffered = 30;
+
+// Everything the menu shows, read just before it opens.
+struct MenuState {
+    std::optional<std::string> busy;
+    std::optional<Date> lastSaved;
+    std::int64_t autosaveMinutes = 0;
+    std::vector<Snapshot> snapshots;  // newest first
+    std::optional<Snapshot> beforeBoot;
+    bool trusted = false;
+    bool loginItemEnabled = false;
+};
+
+using DateText = std::function<std::string(Date)>;
+
+// The status line: "Last saved Sun 15 Nov, 23:56 · saves every 15 min and at restart".
+std::string statusLine(const std::optional<Date>& lastSaved, std::int64_t autosaveMinutes, const DateText& shortDate);
+
+// The whole menu, top to bottom, with the enabling of a busy application applied.
+Menu buildStatusMenu(const MenuState& state, const DateText& shortDate);
+
+}  // namespace tarnwick::MenuBar

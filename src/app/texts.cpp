@@ -1,0 +1,81 @@
+// Log lines and alert texts of the save and restore flows.
+#include "app/texts.h"
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+
+namespace tarnwick::MenuBar {
+
+std::string plainDateText(Date date) {
+    std::time_t seconds = std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(date));
+    std::tm fields{};
+    gmtime_r(&seconds, &fields);
+    char text[40];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S +0000", &fields);
+    return text;
+}
+
+std::string saveLine(const std::string& reason, const Snapshot& snapshot, bool written) {
+    std::string line = "save (" + reason + "): " + snapshot.summary();
+    if (!written) line += " \u2014 unchanged, skipped";
+    return line;
+}
+
+std::string bracketedList(const std::vector<std::string>& texts) {
+    std::string out = "[";
+    for (size_t i = 0; i < texts.size(); ++i) {
+        if (i > 0) out += ", ";
+        out += '"';
+        for (char c : texts[i]) {
+            auto byte = static_cast<unsigned char>(c);
+            switch (c) {
+            case '"': out += "\\\""; break;
+            case '\\': out += "\\\\"; break;
+            case '\n': out += "\\n"; break;
+            case '\r': out += "\\r"; break;
+            case '\t': out += "\\t"; break;
+            case '\0': out += "\\0"; break;
+            default:
+                if (byte < 0x20 || byte == 0x7F) {
+                    char escaped[12];
+                    std::snprintf(escaped, sizeof escaped, "\\u{%x}", byte);
+                    out += escaped;
+                } else {
+                    out += c;
+                }
+            }
+        }
+        out += '"';
+    }
+    return out + "]";
+}
+
+std::string restoreLine(const Restore::Result& result) {
+    return "restore: launched " + std::to_string(result.launched) + ", windows " + std::to_string(result.windows) +
+           ", tabs " + std::to_string(result.tabs) + ", problems " + bracketedList(result.problems);
+}
+
+Alert accessibilityWarning() {
+    return Alert{"Accessibility access is off",
+                 "Tarnwick can relaunch apps and reopen tabs, but can't move windows back into place until you "
+                 "allow it in System Settings \u2192 Privacy & Security \u2192 Accessibility.",
+                 {"Restore anyway", "Open Settings"}};
+}
+
+Alert restoreReport(const Restore::Result& result) {
+    Alert alert;
+    alert.message = result.problems.empty() ? "Session restored" : "Session restored, with some gaps";
+    // The words stay plural for every count, "Launched 1 apps" included.
+    alert.informative = "Launched " + std::to_string(result.launched) + " apps, put back " +
+                        std::to_string(result.windows) + " windows";
+    alert.informative += result.tabs < 1 ? "." : " and reopened " + std::to_string(result.tabs) + " tabs.";
+    if (!result.problems.empty()) {
+        alert.informative += "\n";
+        for (size_t i = 0; i < result.problems.size() && i < problemsShown; ++i)
+            alert.informative += "\n\u2022 " + result.problems[i];
+    }
+    return alert;
+}
+
+}  // namespace tarnwick::MenuBar
