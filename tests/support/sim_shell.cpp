@@ -11,7 +11,7 @@ namespace tarnwick::testing {
 // Remembers when, in virtual time, the work signalled, so that a wait can tell
 // whether the signal came before its deadline whatever the real timing was.
 struct SimShell::SimSignal final : MenuBar::Signal {
-    explicit SimSignal(SimShell& owner) : shell(owner) {}
+    explicit SimSignal(SimShell& owner) : shell(owner), madeAt(owner.desktop_.now()) {}
     void signal() override {
         double at = shell.desktop_.now();
         std::lock_guard guard(shell.lock_);
@@ -19,6 +19,9 @@ struct SimShell::SimSignal final : MenuBar::Signal {
         shell.changed_.notify_all();
     }
     SimShell& shell;
+    // The work that signals is queued after this, and may move the clock before
+    // the main thread starts waiting; the main thread's own time is this one.
+    double madeAt;
     std::optional<double> signalledAt;  // under the shell's lock
 };
 
@@ -169,7 +172,7 @@ std::shared_ptr<MenuBar::Signal> SimShell::makeSignal() { return std::make_share
 bool SimShell::wait(MenuBar::Signal& signal, double seconds) {
     auto& simSignal = static_cast<SimSignal&>(signal);
     Wait record;
-    record.started = desktop_.now();
+    record.started = simSignal.madeAt;
     double deadline = record.started + seconds;
     std::unique_lock guard(lock_);
     for (;;) {
