@@ -57,17 +57,52 @@ void SimShell::workLoop() {
 
 // --- Driving ---------------------------------------------------------------------------
 
-bool SimShell::runNextMainTask() {
-    MenuBar::Task task;
-    {
-        std::unique_lock guard(lock_);
-        changed_.wait(guard, [this] { return !main_.empty() || workIdle(); });
-        if (main_.empty()) return false;
-        task = std::move(main_.front());
-        main_.pop_front();
+std::optional<SimShell::Due> SimShell::nextDue(double limit) const {
+    std::optional<Due> next;
+    // Timers before delayed calls on a tie, each in the order they were made.
+    for (const auto& timer : timers)
+        if (timer->valid && timer->nextTick <= limit && (!next || timer->nextTick < next->at))
+            next = Due{timer->nextTick, timer, 0};
+    for (size_t i = 0; i < delayed_.size(); ++i)
+        if (delayed_[i].at <= limit && (!next || delayed_[i].at < next->at)) next = Due{delayed_[i].at, nullptr, i};
+    return next;
+}
+
+void SimShell::fire(const Due& due) {
+    if (due.timer) {
+        // A run loop that was held up skips the ticks it missed.
+        while (due.timer->nextTick <= desktop_.now()) due.timer->nextTick += due.timer->interval;
+        ++due.timer->ticks;
+        due.timer->tick();
+        return;
     }
+    MenuBar::Task task = std::move(delayed_[due.delayed].task);
+    delayed_.erase(delayed_.begin() + static_cast<std::ptrdiff_t>(due.delayed));
     task();
-    return true;
+}
+
+bool SimShell::runNextMainTask() {
+    std::unique_lock guard(lock_);
+    for (;;) {
+        // Whatever came first in virtual time: a task the work posted, or a
+        // timer or delayed call that the clock, moved by the work, has reached.
+        // Work posts later than now, so nothing earlier can still arrive.
+        std::optional<Due> due = nextDue(desktop_.now());
+        if (!main_.empty() && (!due || main_.front().at <= due->at)) {
+            MenuBar::Task task = std::move(main_.front().task);
+            main_.pop_front();
+            guard.unlock();
+            task();
+            return true;
+        }
+        if (due) {
+            guard.unlock();
+            fire(*due);
+            return true;
+        }
+        if (workIdle()) return false;
+        changed_.wait_for(guard, std::chrono::milliseconds(1));
+    }
 }
 
 void SimShell::settle() {
@@ -79,32 +114,10 @@ void SimShell::runFor(double seconds) {
     double target = desktop_.now() + seconds;
     for (;;) {
         settle();
-        // The next timer tick or delayed call due by the target; timers first on a tie.
-        std::shared_ptr<SimTimer> timer;
-        double due = target;
-        for (const auto& candidate : timers)
-            if (candidate->valid && candidate->nextTick <= due && (!timer || candidate->nextTick < due)) {
-                timer = candidate;
-                due = candidate->nextTick;
-            }
-        auto call = std::min_element(delayed_.begin(), delayed_.end(),
-                                     [](const Delayed& a, const Delayed& b) { return a.at < b.at; });
-        bool callFirst = call != delayed_.end() && call->at <= due && (!timer || call->at < due);
-        if (!timer && !callFirst) break;
-        double at = callFirst ? call->at : due;
-        if (at > desktop_.now()) desktop_.passTime(at - desktop_.now());
-        if (callFirst) {
-            MenuBar::Task task = std::move(call->task);
-            delayed_.erase(call);
-            task();
-        } else {
-            // A run loop that was held up skips the ticks it missed.
-            while (timer->nextTick <= desktop_.now()) timer->nextTick += timer->interval;
-            ++timer->ticks;
-            timer->tick();
-        }
+        std::optional<Due> due = nextDue(target);
+        if (!due) break;
+        if (due->at > desktop_.now()) desktop_.passTime(due->at - desktop_.now());
     }
-    settle();
     if (desktop_.now() < target) desktop_.passTime(target - desktop_.now());
 }
 
@@ -149,9 +162,10 @@ void SimShell::async(MenuBar::Task task) {
 }
 
 void SimShell::toMain(MenuBar::Task task) {
+    double at = desktop_.now();
     {
         std::lock_guard guard(lock_);
-        main_.push_back(std::move(task));
+        main_.push_back(Posted{at, std::move(task)});
     }
     changed_.notify_all();
 }

@@ -30,10 +30,12 @@ public:
     SimShell& operator=(const SimShell&) = delete;
 
     // --- Driving, from the main thread ------------------------------------------
-    // Runs main-queue tasks until the work queue is idle and the main queue empty.
+    // Runs main-thread events until the work queue is idle and nothing is due.
     void settle();
-    // Runs the next main-queue task, waiting for the work queue to post it;
-    // false when the work queue went idle with nothing posted.
+    // Runs the next main-thread event in virtual-time order (a task the work
+    // queue posted, or a timer tick or delayed call the clock has reached),
+    // waiting for the work queue when it is busy; false when it went idle with
+    // nothing to run.
     bool runNextMainTask();
     // Lets `seconds` of virtual time pass on the main thread: queued work runs,
     // then timers tick and delayed calls run at their times, in time order.
@@ -128,6 +130,18 @@ private:
         double at = 0;
         MenuBar::Task task;
     };
+    struct Posted {
+        double at = 0;  // when the work posted it, in virtual time
+        MenuBar::Task task;
+    };
+    // A timer tick or a delayed call that is due.
+    struct Due {
+        double at = 0;
+        std::shared_ptr<SimTimer> timer;  // or else the delayed call at this position
+        size_t delayed = 0;
+    };
+    std::optional<Due> nextDue(double limit) const;
+    void fire(const Due& due);
 
     void workLoop();
     // Under lock_: nothing queued or running on the work queue.
@@ -143,7 +157,7 @@ private:
     mutable std::mutex lock_;
     std::condition_variable changed_;
     std::deque<MenuBar::Task> work_;
-    std::deque<MenuBar::Task> main_;
+    std::deque<Posted> main_;
     bool working_ = false;
     bool stopping_ = false;
     int workRun_ = 0;
