@@ -3,10 +3,12 @@
 
 .PHONY: run test bench deps clean
 
+# On a Mac: builds, signs and opens Tarnwick.app. Elsewhere: prints the live session.
 run: deps
 	cmake --preset default
 	cmake --build --preset default --target tarnwick
-	./build/default/src/tarnwick --capture
+	if [ "$$(uname -s)" = Darwin ]; then open build/default/src/Tarnwick.app; \
+	else ./build/default/src/tarnwick --capture; fi
 
 test: deps
 	cmake --preset default

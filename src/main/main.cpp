@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #if defined(__APPLE__)
+#include "app/application.h"
 #include "main/entry.h"
 #include "platform/platform.h"
 #include "session/platform_mac.h"
@@ -16,8 +17,7 @@ int main(int argc, char** argv) {
     // desktop through it.
     tarnwick::installPlatform(&tarnwick::macPlatform());
     if (auto status = tarnwick::Entry::runOneShot(std::vector<std::string>(argv, argv + argc))) return *status;
-    std::fputs("tarnwick: the menu-bar application is not part of this build yet\n", stderr);
-    return 2;
+    return tarnwick::MenuBar::runApplication();
 #else
     (void)argc;
     (void)argv;

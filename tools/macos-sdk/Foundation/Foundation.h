@@ -122,6 +122,36 @@ typedef struct {
 @interface NSDate : NSObject <NSCopying, NSSecureCoding>
 @property (readonly) NSTimeInterval timeIntervalSince1970;
 @end
+@interface NSDate (NSDateCreation)
++ (instancetype)dateWithTimeIntervalSince1970:(NSTimeInterval)secs;
+@end
+
+// NSFormatter.h, NSDateFormatter.h
+@interface NSFormatter : NSObject <NSCopying, NSCoding>
+@end
+@interface NSDateFormatter : NSFormatter
+@property (null_resettable, copy) NSString* dateFormat;
+- (NSString*)stringFromDate:(NSDate*)date;
+@end
+
+// NSValue.h
+@interface NSValue : NSObject <NSCopying, NSSecureCoding>
+@end
+@interface NSNumber : NSValue
+@property (readonly) NSInteger integerValue API_AVAILABLE(macos(10.5));
+@end
+@interface NSNumber (NSNumberCreation)
++ (NSNumber*)numberWithInteger:(NSInteger)value API_AVAILABLE(macos(10.5));
+@end
+
+// NSThread.h
+@interface NSThread : NSObject
+@property (class, readonly) BOOL isMainThread API_AVAILABLE(macos(10.5));
+@property (readonly) BOOL isMainThread API_AVAILABLE(macos(10.5));
+@end
+
+// NSObjCRuntime.h
+FOUNDATION_EXPORT SEL NSSelectorFromString(NSString* aSelectorName);
 
 // NSBundle.h
 @interface NSBundle : NSObject
