@@ -1,0 +1,222 @@
+// Reading desktop entries, expanding their Exec lines and matching them to windows.
+#include "session/desktop_entry.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <system_error>
+
+namespace tarnwick::DesktopEntries {
+
+namespace {
+
+// A string value's escapes: \s \n \t \r \\ (anything else is kept as written).
+std::string unescape(std::string_view value) {
+    std::string out;
+    for (size_t i = 0; i < value.size(); ++i) {
+        if (value[i] != '\\' || i + 1 == value.size()) {
+            out += value[i];
+            continue;
+        }
+        char next = value[++i];
+        switch (next) {
+        case 's': out += ' '; break;
+        case 'n': out += '\n'; break;
+        case 't': out += '\t'; break;
+        case 'r': out += '\r'; break;
+        case '\\': out += '\\'; break;
+        default:
+            out += '\\';
+            out += next;
+        }
+    }
+    return out;
+}
+
+std::string trim(std::string_view text) {
+    size_t start = text.find_first_not_of(" \t");
+    if (start == std::string_view::npos) return {};
+    size_t end = text.find_last_not_of(" \t\r");
+    return std::string(text.substr(start, end - start + 1));
+}
+
+bool sameIgnoringCase(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        auto lower = [](char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; };
+        if (lower(a[i]) != lower(b[i])) return false;
+    }
+    return true;
+}
+
+// Splits an Exec value into words: blanks separate, double quotes group, and
+// inside quotes a backslash escapes " ` $ and itself.
+std::optional<std::vector<std::string>> words(std::string_view exec) {
+    std::vector<std::string> out;
+    std::string word;
+    bool inWord = false;
+    for (size_t i = 0; i < exec.size(); ++i) {
+        char c = exec[i];
+        if (c == ' ' || c == '\t' || c == '\n') {
+            if (inWord) out.push_back(std::move(word));
+            word.clear();
+            inWord = false;
+        } else if (c == '"') {
+            inWord = true;
+            for (++i;; ++i) {
+                if (i >= exec.size()) return std::nullopt;
+                if (exec[i] == '"') break;
+                if (exec[i] == '\\' && i + 1 < exec.size() && std::string_view("\"`$\\").find(exec[i + 1]) !=
+                                                                  std::string_view::npos)
+                    ++i;
+                word += exec[i];
+            }
+        } else {
+            inWord = true;
+            word += c;
+        }
+    }
+    if (inWord) out.push_back(std::move(word));
+    return out;
+}
+
+std::vector<std::string> pathList(const char* variable, const char* fallback) {
+    const char* value = std::getenv(variable);
+    std::string text = value && *value ? value : fallback;
+    std::vector<std::string> parts;
+    std::stringstream stream(text);
+    for (std::string part; std::getline(stream, part, ':');)
+        if (!part.empty() && part.front() == '/') parts.push_back(part);
+    return parts;
+}
+
+// Whether a TryExec program exists: an absolute path, or a name on $PATH.
+bool programExists(const std::string& program) {
+    std::error_code ignored;
+    if (program.find('/') != std::string::npos) return std::filesystem::exists(program, ignored);
+    for (const std::string& folder : pathList("PATH", "/usr/local/bin:/usr/bin:/bin"))
+        if (std::filesystem::exists(std::filesystem::path(folder) / program, ignored)) return true;
+    return false;
+}
+
+}  // namespace
+
+std::vector<std::filesystem::path> applicationFolders() {
+    std::vector<std::filesystem::path> folders;
+    if (const char* data = std::getenv("XDG_DATA_HOME"); data && *data == '/') {
+        folders.push_back(std::filesystem::path(data) / "applications");
+    } else if (const char* home = std::getenv("HOME"); home && *home == '/') {
+        folders.push_back(std::filesystem::path(home) / ".local/share/applications");
+    }
+    for (const std::string& folder : pathList("XDG_DATA_DIRS", "/usr/local/share:/usr/share"))
+        folders.push_back(std::filesystem::path(folder) / "applications");
+    return folders;
+}
+
+std::optional<Entry> read(const std::filesystem::path& file, const std::string& id) {
+    std::ifstream in(file);
+    if (!in) return std::nullopt;
+    std::map<std::string, std::string> keys;
+    bool inMain = false;
+    bool sawMain = false;
+    for (std::string line; std::getline(in, line);) {
+        std::string trimmed = trim(line);
+        if (trimmed.empty() || trimmed.front() == '#') continue;
+        if (trimmed.front() == '[') {
+            // Only the first group's keys count, and it must be [Desktop Entry].
+            inMain = trimmed == "[Desktop Entry]" && !sawMain;
+            sawMain = true;
+            continue;
+        }
+        size_t equals = trimmed.find('=');
+        if (!inMain || equals == std::string::npos) continue;
+        std::string key = trim(std::string_view(trimmed).substr(0, equals));
+        if (!keys.count(key)) keys[key] = trim(std::string_view(trimmed).substr(equals + 1));
+    }
+    auto value = [&](const std::string& key) -> std::optional<std::string> {
+        auto found = keys.find(key);
+        if (found == keys.end()) return std::nullopt;
+        return unescape(found->second);
+    };
+    if (value("Type") != "Application" || value("Hidden") == "true") return std::nullopt;
+    auto exec = value("Exec");
+    if (!exec || exec->empty()) return std::nullopt;
+    if (auto tryExec = value("TryExec"); tryExec && !programExists(*tryExec)) return std::nullopt;
+    Entry entry{id, file, value("Name").value_or(""), *exec, value("Icon"), value("StartupWMClass")};
+    if (!arguments(entry)) return std::nullopt;
+    return entry;
+}
+
+std::vector<Entry> all(const std::vector<std::filesystem::path>& folders) {
+    std::vector<Entry> entries;
+    std::set<std::string> seen;
+    for (const auto& folder : folders) {
+        std::error_code error;
+        std::vector<std::filesystem::path> files;
+        for (auto it = std::filesystem::recursive_directory_iterator(folder, error);
+             !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error))
+            if (it->path().extension() == ".desktop") files.push_back(it->path());
+        std::sort(files.begin(), files.end());
+        for (const auto& file : files) {
+            std::string id = file.lexically_relative(folder).string();
+            for (char& c : id)
+                if (c == '/') c = '-';
+            // An id hidden or broken in a more important folder still shadows the others.
+            if (!seen.insert(id).second) continue;
+            if (auto entry = read(file, id)) entries.push_back(std::move(*entry));
+        }
+    }
+    return entries;
+}
+
+std::optional<std::vector<std::string>> arguments(const Entry& entry) {
+    auto split = words(entry.exec);
+    if (!split || split->empty()) return std::nullopt;
+    std::vector<std::string> out;
+    for (const std::string& word : *split) {
+        if (word == "%i") {
+            if (entry.icon) {
+                out.push_back("--icon");
+                out.push_back(*entry.icon);
+            }
+            continue;
+        }
+        std::string expanded;
+        bool hadFileCode = false;
+        for (size_t i = 0; i < word.size(); ++i) {
+            if (word[i] != '%' || i + 1 == word.size()) {
+                expanded += word[i];
+                continue;
+            }
+            char code = word[++i];
+            if (code == '%') expanded += '%';
+            else if (code == 'c') expanded += entry.name;
+            else if (code == 'k') expanded += entry.file.string();
+            else hadFileCode = true;  // files and URLs (none at a relaunch), and the deprecated codes
+        }
+        if (hadFileCode && expanded.empty()) continue;
+        out.push_back(std::move(expanded));
+    }
+    if (out.empty()) return std::nullopt;
+    return out;
+}
+
+std::optional<Entry> match(const std::vector<Entry>& entries, std::string_view instance, std::string_view wmClass) {
+    for (std::string_view wanted : {wmClass, instance})
+        for (const Entry& entry : entries)
+            if (!wanted.empty() && entry.startupWMClass == wanted) return entry;
+    for (std::string_view wanted : {wmClass, instance}) {
+        if (wanted.empty()) continue;
+        for (const Entry& entry : entries) {
+            std::string_view stem = entry.id;
+            if (stem.size() > 8 && stem.substr(stem.size() - 8) == ".desktop") stem.remove_suffix(8);
+            if (sameIgnoringCase(stem, wanted)) return entry;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace tarnwick::DesktopEntries

@@ -1,0 +1,165 @@
+// Desktop entries: reading them from real files, expanding Exec, matching windows.
+#include "session/desktop_entry.h"
+
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace tarnwick::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using Entries = std::vector<DesktopEntries::Entry>;
+
+class DesktopEntryTest : public ::testing::Test {
+protected:
+    std::filesystem::path write(const std::filesystem::path& folder, const std::string& name, const std::string& text) {
+        std::filesystem::create_directories((folder / name).parent_path());
+        writeText(folder / name, text);
+        return folder / name;
+    }
+    std::filesystem::path user() const { return dir.path() / "user"; }
+    std::filesystem::path system() const { return dir.path() / "system"; }
+
+    static std::vector<std::string> ids(const Entries& entries) {
+        std::vector<std::string> out;
+        for (const auto& entry : entries) out.push_back(entry.id);
+        return out;
+    }
+    static std::vector<std::string> args(const std::string& exec, const std::string& name = "App",
+                                         std::optional<std::string> icon = std::nullopt) {
+        DesktopEntries::Entry entry{"app.desktop", "/usr/share/applications/app.desktop", name, exec, icon, {}};
+        return DesktopEntries::arguments(entry).value_or(std::vector<std::string>{"(broken)"});
+    }
+
+    TempDir dir{"tarnwick-desktop"};
+};
+
+TEST_F(DesktopEntryTest, ReadsTheMainGroupOnly) {
+    auto file = write(system(), "xlogo.desktop",
+                      "# a comment\n"
+                      "[Desktop Entry]\n"
+                      "Type=Application\n"
+                      "Name=X Logo\n"
+                      "Name[de]=X-Logo\n"
+                      "Exec = xlogo -fg red\n"
+                      "Icon=xlogo\n"
+                      "StartupWMClass=XLogo\n"
+                      "\n"
+                      "[Desktop Action Big]\n"
+                      "Exec=xlogo -geometry 500x500\n"
+                      "Name=Big\n");
+    auto entry = DesktopEntries::read(file, "xlogo.desktop");
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->id, "xlogo.desktop");
+    EXPECT_EQ(entry->name, "X Logo");
+    EXPECT_EQ(entry->exec, "xlogo -fg red");
+    EXPECT_EQ(entry->icon, "xlogo");
+    EXPECT_EQ(entry->startupWMClass, "XLogo");
+}
+
+TEST_F(DesktopEntryTest, LeavesOutWhatCannotBeLaunched) {
+    std::string body = "Name=N\nExec=true\n";
+    EXPECT_FALSE(DesktopEntries::read(write(system(), "a.desktop", "[Desktop Entry]\nType=Link\n" + body), "a"));
+    EXPECT_FALSE(DesktopEntries::read(
+        write(system(), "b.desktop", "[Desktop Entry]\nType=Application\nHidden=true\n" + body), "b"));
+    EXPECT_FALSE(DesktopEntries::read(write(system(), "c.desktop", "[Desktop Entry]\nType=Application\nName=N\n"), "c"));
+    EXPECT_FALSE(DesktopEntries::read(
+        write(system(), "d.desktop", "[Desktop Entry]\nType=Application\nTryExec=/no/such/program\n" + body), "d"));
+    EXPECT_FALSE(DesktopEntries::read(
+        write(system(), "e.desktop", "[Desktop Entry]\nType=Application\nName=N\nExec=\"unterminated\n"), "e"));
+    EXPECT_FALSE(DesktopEntries::read(write(system(), "f.desktop", "[Other]\n[Desktop Entry]\nType=Application\n" + body),
+                                      "f"))
+        << "the first group must be the entry";
+    EXPECT_FALSE(DesktopEntries::read(system() / "missing.desktop", "missing"));
+    EXPECT_TRUE(DesktopEntries::read(
+        write(system(), "g.desktop", "[Desktop Entry]\nType=Application\nTryExec=sh\n" + body), "g"));
+}
+
+TEST_F(DesktopEntryTest, TheFirstFolderWinsForAnIdAndSubfoldersJoinWithDashes) {
+    write(user(), "xterm.desktop", "[Desktop Entry]\nType=Application\nName=Mine\nExec=xterm -rv\n");
+    write(system(), "xterm.desktop", "[Desktop Entry]\nType=Application\nName=System\nExec=xterm\n");
+    write(system(), "kde/konsole.desktop", "[Desktop Entry]\nType=Application\nName=Konsole\nExec=konsole\n");
+    write(user(), "xclock.desktop", "[Desktop Entry]\nType=Application\nHidden=true\nExec=xclock\n");
+    write(system(), "xclock.desktop", "[Desktop Entry]\nType=Application\nName=Clock\nExec=xclock\n");
+    write(system(), "notes.txt", "not an entry");
+
+    Entries entries = DesktopEntries::all({user(), system(), dir.path() / "absent"});
+    EXPECT_THAT(ids(entries), ElementsAre("xterm.desktop", "kde-konsole.desktop"))
+        << "a hidden entry in the user's folder hides the system's";
+    EXPECT_EQ(entries[0].name, "Mine");
+}
+
+TEST_F(DesktopEntryTest, FoldersFollowTheEnvironment) {
+    const char* savedData = std::getenv("XDG_DATA_HOME");
+    const char* savedDirs = std::getenv("XDG_DATA_DIRS");
+    std::string data = savedData ? savedData : "";
+    std::string dirs = savedDirs ? savedDirs : "";
+
+    setenv("XDG_DATA_HOME", "/home/u/.data", 1);
+    setenv("XDG_DATA_DIRS", "/opt/share:relative:/usr/share", 1);
+    EXPECT_THAT(DesktopEntries::applicationFolders(),
+                ElementsAre("/home/u/.data/applications", "/opt/share/applications", "/usr/share/applications"));
+    unsetenv("XDG_DATA_DIRS");
+    EXPECT_THAT(DesktopEntries::applicationFolders(),
+                ElementsAre("/home/u/.data/applications", "/usr/local/share/applications", "/usr/share/applications"));
+
+    savedData ? setenv("XDG_DATA_HOME", data.c_str(), 1) : unsetenv("XDG_DATA_HOME");
+    savedDirs ? setenv("XDG_DATA_DIRS", dirs.c_str(), 1) : unsetenv("XDG_DATA_DIRS");
+}
+
+TEST_F(DesktopEntryTest, ExecExpandsFieldCodesForAStartWithoutFiles) {
+    EXPECT_THAT(args("xlogo"), ElementsAre("xlogo"));
+    EXPECT_THAT(args("gedit %U"), ElementsAre("gedit"));
+    EXPECT_THAT(args("app --file=%f --open %F"), ElementsAre("app", "--file=", "--open"));
+    EXPECT_THAT(args("app %i --title %c", "My App", "app-icon"),
+                ElementsAre("app", "--icon", "app-icon", "--title", "My App"));
+    EXPECT_THAT(args("app %i"), ElementsAre("app")) << "no icon, no option";
+    EXPECT_THAT(args("app %k 100%%"), ElementsAre("app", "/usr/share/applications/app.desktop", "100%"));
+    EXPECT_THAT(args("app %d %D %n %N %v %m"), ElementsAre("app"));
+}
+
+TEST_F(DesktopEntryTest, ExecQuotingGroupsWordsAndEscapes) {
+    EXPECT_THAT(args("\"/opt/My App/bin/app\" --name \"a \\\"b\\\" \\$c \\\\d\""),
+                ElementsAre("/opt/My App/bin/app", "--name", "a \"b\" $c \\d"));
+    EXPECT_THAT(args("  sh   -c   \"echo hi\"  "), ElementsAre("sh", "-c", "echo hi"));
+    EXPECT_THAT(args("app \"\""), ElementsAre("app", "")) << "an empty quoted word stays";
+    EXPECT_THAT(args("\"open"), ElementsAre("(broken)"));
+    EXPECT_THAT(args("%U"), ElementsAre("(broken)")) << "nothing left to run";
+}
+
+TEST_F(DesktopEntryTest, StringEscapesComeBeforeTheWords) {
+    auto file = write(system(), "s.desktop",
+                      "[Desktop Entry]\nType=Application\nName=S\nExec=app\\sone two\\\\three\\ttab\n");
+    auto entry = DesktopEntries::read(file, "s.desktop");
+    ASSERT_TRUE(entry);
+    EXPECT_THAT(*DesktopEntries::arguments(*entry), ElementsAre("app", "one", "two\\three", "tab"));
+}
+
+TEST_F(DesktopEntryTest, MatchesByStartupClassThenByFileName) {
+    Entries entries = {
+        {"debian-xterm.desktop", "/x", "XTerm", "xterm", {}, std::string("XTerm")},
+        {"xclock.desktop", "/c", "Clock", "xclock", {}, {}},
+        {"org.example.Editor.desktop", "/e", "Editor", "editor", {}, std::string("editor-main")},
+    };
+    EXPECT_EQ(DesktopEntries::match(entries, "xterm", "XTerm")->id, "debian-xterm.desktop");
+    EXPECT_EQ(DesktopEntries::match(entries, "xclock", "XClock")->id, "xclock.desktop") << "file name, any case";
+    EXPECT_EQ(DesktopEntries::match(entries, "editor-main", "Editor")->id, "org.example.Editor.desktop")
+        << "the instance when the class does not match";
+    EXPECT_FALSE(DesktopEntries::match(entries, "xeyes", "XEyes"));
+    EXPECT_FALSE(DesktopEntries::match(entries, "", ""));
+}
+
+TEST_F(DesktopEntryTest, AStartupClassMatchComesBeforeAFileNameMatch) {
+    Entries entries = {
+        {"xlogo.desktop", "/a", "By name", "xlogo", {}, {}},
+        {"logo-viewer.desktop", "/b", "By class", "xlogo -big", {}, std::string("XLogo")},
+    };
+    EXPECT_EQ(DesktopEntries::match(entries, "xlogo", "XLogo")->name, "By class");
+}
+
+}  // namespace
+}  // namespace tarnwick::testing
