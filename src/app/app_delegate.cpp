@@ -165,8 +165,10 @@ Menu AppDelegate::menuNeedsUpdate() {
     state.busy = busy_;
     state.lastSaved = lastSaved_;
     state.autosaveMinutes = autosaveMinutes();
-    for (Store::Entry& entry : Store::all()) state.snapshots.push_back(std::move(entry.snapshot));
-    state.beforeBoot = Store::beforeBoot();
+    // One reading of the store serves both the list and the before-boot entry.
+    auto stored = Store::all();
+    if (const Store::Entry* preBoot = Store::beforeBoot(stored)) state.beforeBoot = preBoot->snapshot;
+    for (Store::Entry& entry : stored) state.snapshots.push_back(std::move(entry.snapshot));
     state.trusted = AXO::trusted();
     state.loginItemEnabled = shell_.loginItemStatus() == LoginItemStatus::enabled;
     return buildStatusMenu(state, [this](Date date) { return shell_.shortDate(date); });

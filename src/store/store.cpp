@@ -37,12 +37,6 @@ std::optional<std::string> readFile(const std::filesystem::path& path) {
     return content;
 }
 
-std::optional<std::filesystem::path> preBootURL(const std::vector<Entry>& entries) {
-    for (const auto& entry : entries)
-        if (entry.snapshot.date < bootTime()) return entry.url;
-    return std::nullopt;
-}
-
 }  // namespace
 
 Date bootTime() {
@@ -77,18 +71,24 @@ std::vector<Entry> all() {
     return entries;
 }
 
+const Entry* beforeBoot(const std::vector<Entry>& entries) {
+    for (const auto& entry : entries)
+        if (entry.snapshot.date < bootTime()) return &entry;
+    return nullptr;
+}
+
 std::optional<Snapshot> beforeBoot() {
-    for (auto& entry : all())
-        if (entry.snapshot.date < bootTime()) return std::move(entry.snapshot);
-    return std::nullopt;
+    auto entries = all();
+    const Entry* found = beforeBoot(entries);
+    return found ? std::optional<Snapshot>(found->snapshot) : std::nullopt;
 }
 
 void prune() {
     auto entries = all();
-    auto preBoot = preBootURL(entries);
+    const Entry* preBoot = beforeBoot(entries);
     if (entries.size() <= keep) return;
     for (size_t i = keep; i < entries.size(); ++i) {
-        if (entries[i].url == preBoot) continue;
+        if (&entries[i] == preBoot) continue;
         std::error_code ignored;  // a file that stays is tried again at the next prune
         std::filesystem::remove(entries[i].url, ignored);
     }

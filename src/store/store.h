@@ -31,6 +31,8 @@ std::vector<Entry> all();
 
 // The newest snapshot taken strictly before the current boot.
 std::optional<Snapshot> beforeBoot();
+// The same, found in a listing already read with `all()`; null when there is none.
+const Entry* beforeBoot(const std::vector<Entry>& entries);
 
 // Deletes all but the `keep` newest readable snapshots and the newest pre-boot one.
 void prune();

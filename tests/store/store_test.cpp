@@ -162,6 +162,7 @@ TEST_F(StoreTest, ListingSortsByTheDateInsideNotTheFileName) {
 TEST_F(StoreTest, BeforeBootIsNoneWhenEverySnapshotIsNewer) {
     for (int i = 0; i < 3; ++i) place(session(afterBoot(i), i));
     EXPECT_EQ(Store::beforeBoot(), std::nullopt);
+    EXPECT_EQ(Store::beforeBoot(Store::all()), nullptr);
 }
 
 TEST_F(StoreTest, BeforeBootIsTheNewestPreBootSnapshot) {
@@ -172,6 +173,13 @@ TEST_F(StoreTest, BeforeBootIsTheNewestPreBootSnapshot) {
     ASSERT_TRUE(found);
     EXPECT_EQ(found->date, beforeBoot(200));
     EXPECT_EQ(found->apps[0].windows[0].frame->x, 2);
+
+    // Found in a listing already read, it is that listing's own entry.
+    auto listed = Store::all();
+    const Store::Entry* entry = Store::beforeBoot(listed);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry, &listed[1]);
+    EXPECT_EQ(entry->snapshot.date, beforeBoot(200));
 }
 
 TEST_F(StoreTest, MissingFolderListsNothing) {
