@@ -1,29 +1,40 @@
 // Process entry: the one-shot modes and, on a Mac, the menu-bar application.
+#include "main/entry.h"
+#include "platform/platform.h"
+
 #include <cstdio>
+#include <string>
+#include <vector>
 
 #if defined(__APPLE__)
 #include "app/application.h"
-#include "main/entry.h"
-#include "platform/platform.h"
 #include "session/platform_mac.h"
-
-#include <string>
-#include <vector>
+#else
+#include "session/platform_x11.h"
 #endif
 
 int main(int argc, char** argv) {
+    std::vector<std::string> arguments(argv, argv + argc);
 #if defined(__APPLE__)
     // The one place a backend is chosen: everything after this reaches the
     // desktop through it.
     tarnwick::installPlatform(&tarnwick::macPlatform());
-    if (auto status = tarnwick::Entry::runOneShot(std::vector<std::string>(argv, argv + argc))) return *status;
+    if (auto status = tarnwick::Entry::runOneShot(arguments)) return *status;
     return tarnwick::MenuBar::runApplication();
 #else
-    (void)argc;
-    (void)argv;
-    // Capture and restore need a desktop backend; this system has none yet, and
-    // pretending to capture would write an empty session.
-    std::fputs("tarnwick: no desktop backend on this system yet; capture and restore work on macOS only\n", stderr);
+    std::string why;
+    auto backend = tarnwick::openX11Platform("", why);
+    if (!backend) {
+        // Capturing without a desktop would write an empty session over nothing.
+        std::fprintf(stderr, "tarnwick: %s; capture and restore need an X11 desktop\n", why.c_str());
+        return 2;
+    }
+    tarnwick::installPlatform(backend.get());
+    auto status = tarnwick::Entry::runOneShot(arguments);
+    tarnwick::installPlatform(nullptr);
+    if (status) return *status;
+    std::fputs("tarnwick: the menu-bar application runs on macOS only; here use --capture or --restore FILE\n",
+               stderr);
     return 2;
 #endif
 }

@@ -280,14 +280,22 @@ TEST_F(CliTest, AnUnusableDesktopDescriptionIsRefused) {
 }
 
 #if !defined(__APPLE__)
-TEST_F(CliTest, TheProductWithoutADesktopBackendSaysSoAndDoesNotCapture) {
-    for (const char* mode : {"--capture", "--restore"}) {
-        Finished finished = run(TARNWICK_PATH, {mode, "x.json"}, {"HOME=" + dir.path().string()});
-        EXPECT_TRUE(finished.exitedWith(2)) << mode;
-        EXPECT_EQ(finished.out, "");
-        EXPECT_EQ(finished.err,
-                  "tarnwick: no desktop backend on this system yet; capture and restore work on macOS only\n");
-    }
+TEST_F(CliTest, TheProductWithoutAnXDisplaySaysSoInOneLineAndDoesNotCapture) {
+    struct Case {
+        const char* display;
+        const char* line;
+    };
+    const Case cases[] = {
+        {"DISPLAY=", "tarnwick: no X display: DISPLAY is not set; capture and restore need an X11 desktop\n"},
+        {"DISPLAY=:987", "tarnwick: cannot open the X display :987; capture and restore need an X11 desktop\n"},
+    };
+    for (const Case& c : cases)
+        for (const char* mode : {"--capture", "--restore"}) {
+            Finished finished = run(TARNWICK_PATH, {mode, "x.json"}, {"HOME=" + dir.path().string(), c.display});
+            EXPECT_TRUE(finished.exitedWith(2)) << mode << " " << c.display;
+            EXPECT_EQ(finished.out, "");
+            EXPECT_EQ(finished.err, c.line);
+        }
     EXPECT_TRUE(fileNames(dir.path()).empty());
 }
 #endif

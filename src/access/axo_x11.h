@@ -1,0 +1,65 @@
+// The window half of the X11 backend: the window manager's EWMH hints read and
+// requested through one xcb connection, in the platform's portable types.
+//
+// Elements are client windows (or, for "AXWindows", an application's process);
+// the attributes keep their Accessibility names so the logic above is shared:
+//   "AXWindows"   the managed client windows (_NET_CLIENT_LIST) of the process
+//   "AXSubrole"   "AXStandardWindow" for a normal window that is not transient
+//   "AXTitle"     _NET_WM_NAME, else WM_NAME
+//   "AXPosition"  "AXSize"  the frame the window manager draws, in root coordinates
+//   "AXMinimized" "AXFullScreen"  _NET_WM_STATE hidden and fullscreen
+#pragma once
+
+#include "platform/platform.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnwick::AXX11 {
+
+using WindowID = std::uint32_t;
+
+// WM_CLASS: the instance and class names a window gives itself.
+struct WindowClass {
+    std::string instance;
+    std::string wmClass;
+};
+
+// One connection to the X server. Safe to use from several threads: xcb
+// serialises requests, and the pid cache has its own lock.
+class Connection {
+public:
+    // Opens `display` (empty: $DISPLAY); nothing when that fails, with a reason
+    // fit for one line.
+    static std::unique_ptr<Connection> open(const std::string& display, std::string& why);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    // Whether a window manager that follows EWMH is running on the screen.
+    bool windowManagerAnswers();
+
+    // Managed client windows in the window manager's order, and their owners.
+    std::vector<WindowID> clientWindows();
+    std::optional<std::int32_t> windowPid(WindowID window);
+    std::vector<WindowID> windowsOf(std::int32_t pid);
+    std::optional<WindowClass> windowClass(WindowID window);
+    std::optional<WindowID> activeWindow();
+    void activateWindow(WindowID window);
+
+    // The element surface of the seam.
+    Element application(std::int32_t pid);
+    std::optional<AttrValue> copyAttribute(const Element& element, const std::string& name);
+    void setAttribute(const Element& element, const std::string& name, const AttrValue& value);
+    bool sameElement(const Element& a, const Element& b);
+
+private:
+    struct State;
+    explicit Connection(std::unique_ptr<State> state);
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace tarnwick::AXX11

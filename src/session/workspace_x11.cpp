@@ -1,0 +1,218 @@
+// The X11 backend: applications are the processes that own managed windows,
+// named and relaunched through the desktop entry that matches their windows.
+#include "session/platform_x11.h"
+
+#include "access/axo_x11.h"
+#include "session/desktop_entry.h"
+#include "session/launch.h"
+#include "session/process.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+#include <pwd.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+
+namespace tarnwick {
+
+namespace {
+
+struct Owner {
+    std::int32_t pid = 0;
+};
+
+App makeApp(std::int32_t pid) { return App(std::make_shared<const Owner>(Owner{pid})); }
+
+std::int32_t pidOf(const App& app) {
+    auto* owner = static_cast<const Owner*>(app.get());
+    return owner == nullptr ? 0 : owner->pid;
+}
+
+bool endsWith(const std::string& text, const std::string& tail) {
+    return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+class X11Platform final : public Platform {
+public:
+    explicit X11Platform(std::unique_ptr<AXX11::Connection> x) : x_(std::move(x)) {}
+
+    // Window access.
+    bool accessibilityTrusted() override { return x_->windowManagerAnswers(); }
+    // Nothing to grant on X11: any client may read and ask for window changes.
+    void promptForAccessibilityTrust() override {}
+    Element applicationElement(std::int32_t pid) override { return x_->application(pid); }
+    // Requests do not wait for the other application; the server answers them.
+    void setMessagingTimeout(const Element&, float) override {}
+    std::optional<AttrValue> copyAttribute(const Element& element, const std::string& name) override {
+        return x_->copyAttribute(element, name);
+    }
+    void setAttribute(const Element& element, const std::string& name, const AttrValue& value) override {
+        x_->setAttribute(element, name, value);
+    }
+    // The server lists every managed window; there are no hidden ones to dig out.
+    Element elementForRemoteToken(const RemoteToken&) override { return Element(); }
+    bool sameElement(const Element& a, const Element& b) override { return x_->sameElement(a, b); }
+
+    // Applications.
+    std::optional<std::string> ownBundleIdentifier() override { return std::string(x11OwnIdentifier); }
+
+    std::vector<App> runningApplications() override {
+        std::vector<App> apps;
+        std::vector<std::int32_t> seen;
+        for (AXX11::WindowID window : x_->clientWindows()) {
+            auto pid = x_->windowPid(window);
+            if (!pid || std::find(seen.begin(), seen.end(), *pid) != seen.end()) continue;
+            seen.push_back(*pid);
+            apps.push_back(makeApp(*pid));
+        }
+        return apps;
+    }
+
+    std::vector<App> runningApplications(const std::string& bundleID) override {
+        std::vector<App> matching;
+        for (const App& app : runningApplications()) {
+            Identity identity = identify(pidOf(app));
+            if (identity.entry && identity.entry->id == bundleID) matching.push_back(app);
+        }
+        return matching;
+    }
+
+    std::optional<App> frontmostApplication() override {
+        auto active = x_->activeWindow();
+        if (!active) return std::nullopt;
+        auto pid = x_->windowPid(*active);
+        if (!pid) return std::nullopt;
+        return makeApp(*pid);
+    }
+
+    AppInfo appInfo(const App& app) override {
+        AppInfo info;
+        info.pid = pidOf(app);
+        Identity identity = identify(info.pid);
+        if (identity.entry) {
+            info.bundleID = identity.entry->id;
+            info.bundlePath = identity.entry->file.string();
+            info.name = identity.entry->name;
+        } else {
+            info.bundlePath = Process::executable(info.pid);
+            info.name = identity.wmClass ? std::optional<std::string>(identity.wmClass->wmClass)
+                                         : Process::commandName(info.pid);
+            if (info.name && info.name->empty()) info.name = Process::commandName(info.pid);
+        }
+        info.terminated = !Process::alive(info.pid);
+        // A process counts as launched once the window manager manages a window of it.
+        info.finishedLaunching = identity.windows > 0;
+        return info;
+    }
+
+    // X11 has no application-wide hiding; a snapshot taken here never records it.
+    void hide(const App&) override {}
+
+    void activate(const App& app) override {
+        auto windows = x_->windowsOf(pidOf(app));
+        if (!windows.empty()) x_->activateWindow(windows.front());
+    }
+
+    std::optional<std::string> applicationPath(const std::string& bundleID) override {
+        for (const DesktopEntries::Entry& entry : entries())
+            if (entry.id == bundleID) return entry.file.string();
+        return std::nullopt;
+    }
+
+    std::optional<App> openApplication(const std::string& appPath, double, ErrorSink onError) override {
+        std::vector<std::string> command{appPath};
+        // A desktop entry starts what the user's launcher would start.
+        if (endsWith(appPath, ".desktop")) {
+            auto entry = DesktopEntries::read(appPath, std::filesystem::path(appPath).filename().string());
+            auto words = entry ? DesktopEntries::arguments(*entry) : std::nullopt;
+            if (!words || words->empty()) {
+                if (onError) onError("not a desktop entry that can be started");
+                return std::nullopt;
+            }
+            command = std::move(*words);
+        }
+        std::string why;
+        auto pid = Launch::detached(command, homeDirectory(), why);
+        if (!pid) {
+            if (onError) onError(why);
+            return std::nullopt;
+        }
+        return makeApp(*pid);
+    }
+
+    // Windows here carry no document, so a restore never has any to reopen.
+    void openDocuments(const std::vector<std::string>&, const std::string&, double, ErrorSink onError) override {
+        if (onError) onError("opening documents is not supported on X11");
+    }
+
+    bool fileExists(const std::string& path) override {
+        std::error_code error;
+        return !path.empty() && std::filesystem::exists(path, error);
+    }
+
+    std::string homeDirectory() override {
+        if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
+        if (const passwd* user = ::getpwuid(::getuid()); user != nullptr && user->pw_dir != nullptr)
+            return user->pw_dir;
+        return "/";
+    }
+
+    Date currentDate() override { return std::chrono::system_clock::now(); }
+
+    double monotonicSeconds() override {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+    }
+
+    void sleep(double seconds) override {
+        if (seconds > 0) std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    }
+
+private:
+    struct Identity {
+        std::optional<DesktopEntries::Entry> entry;
+        std::optional<AXX11::WindowClass> wmClass;
+        size_t windows = 0;
+    };
+
+    // The first of the process's windows whose class matches an entry names it.
+    Identity identify(std::int32_t pid) {
+        Identity identity;
+        auto windows = x_->windowsOf(pid);
+        identity.windows = windows.size();
+        for (AXX11::WindowID window : windows) {
+            auto wmClass = x_->windowClass(window);
+            if (!wmClass) continue;
+            if (!identity.wmClass) identity.wmClass = wmClass;
+            if (auto entry = DesktopEntries::match(entries(), wmClass->instance, wmClass->wmClass)) {
+                identity.entry = std::move(entry);
+                break;
+            }
+        }
+        return identity;
+    }
+
+    // Read once: the installed applications do not change during a capture or
+    // a restore, and reading every folder costs more than the windows do.
+    const std::vector<DesktopEntries::Entry>& entries() {
+        std::call_once(entriesRead_, [this] { entries_ = DesktopEntries::all(DesktopEntries::applicationFolders()); });
+        return entries_;
+    }
+
+    std::unique_ptr<AXX11::Connection> x_;
+    std::once_flag entriesRead_;
+    std::vector<DesktopEntries::Entry> entries_;
+};
+
+}  // namespace
+
+std::unique_ptr<Platform> openX11Platform(const std::string& display, std::string& why) {
+    auto connection = AXX11::Connection::open(display, why);
+    if (!connection) return nullptr;
+    return std::make_unique<X11Platform>(std::move(connection));
+}
+
+}  // namespace tarnwick
