@@ -29,6 +29,7 @@ public:
     // A child that was never waited for is terminated and reaped in the background.
     ~ChildProcess();
 
+    pid_t pid() const { return pid_; }
     UniqueFd& input() { return input_; }
     UniqueFd& output() { return output_; }
     UniqueFd& errorOutput() { return errorOutput_; }

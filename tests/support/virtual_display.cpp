@@ -1,0 +1,265 @@
+// VirtualDisplay and DisplayProbe: Xvfb, openbox, and plain xcb requests.
+#include "support/virtual_display.h"
+
+#include <xcb/xcb.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+#include <unistd.h>
+
+namespace tarnwick::testing {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& why) {
+    std::fprintf(stderr, "virtual display: %s\n", why.c_str());
+    std::abort();
+}
+
+struct FreeReply {
+    void operator()(void* reply) const { std::free(reply); }
+};
+template <class T>
+using Reply = std::unique_ptr<T, FreeReply>;
+
+ChildProcess startProgram(const std::string& program, const std::vector<std::string>& arguments) {
+    int error = 0;
+    auto child = ChildProcess::start(programPath(program), arguments, ChildProcess::Input::inherit,
+                                     ChildProcess::ErrorOutput::discard, error);
+    if (!child) fail("cannot start " + program + ": " + std::strerror(error));
+    return std::move(*child);
+}
+
+// Reads the display number Xvfb writes once it accepts connections.
+std::string readDisplayNumber(UniqueFd& output) {
+    std::string text;
+    char c = 0;
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (std::chrono::steady_clock::now() < deadline) {
+        ssize_t n = ::read(output.get(), &c, 1);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        if (c == '\n') return text;
+        text.push_back(c);
+    }
+    fail("Xvfb did not say which display it opened");
+}
+
+}  // namespace
+
+std::string programPath(const std::string& name) {
+    const char* path = std::getenv("PATH");
+    std::string folders = path ? path : "/usr/bin:/bin";
+    size_t start = 0;
+    while (start <= folders.size()) {
+        size_t end = folders.find(':', start);
+        if (end == std::string::npos) end = folders.size();
+        std::string candidate = folders.substr(start, end - start) + "/" + name;
+        if (::access(candidate.c_str(), X_OK) == 0) return candidate;
+        start = end + 1;
+    }
+    fail(name + " is not installed; make test installs it");
+}
+
+bool eventually(const std::function<bool()>& condition, double seconds) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    for (;;) {
+        if (condition()) return true;
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+VirtualDisplay::VirtualDisplay(bool windowManager, int width, int height) : width_(width), height_(height) {
+    std::string screen = std::to_string(width) + "x" + std::to_string(height) + "x24";
+    server_.emplace(startProgram("Xvfb", {"-displayfd", "1", "-screen", "0", screen, "-nolisten", "tcp"}));
+    name_ = ":" + readDisplayNumber(server_->output());
+    ::setenv("DISPLAY", name_.c_str(), 1);
+    if (!windowManager) return;
+    manager_.emplace(startProgram("openbox", {"--sm-disable"}));
+    DisplayProbe probe;
+    bool answers = eventually([&] { return probe.windowManagerReady(); }, 20.0);
+    if (!answers) fail("openbox did not start on " + name_);
+}
+
+VirtualDisplay::~VirtualDisplay() {
+    for (ChildProcess& child : programs_) {
+        ::kill(child.pid(), SIGTERM);
+        child.wait();
+    }
+    // Programs a restore started are not ours; they end with the server.
+    for (std::optional<ChildProcess>* process : {&manager_, &server_})
+        if (*process) {
+            ::kill((*process)->pid(), SIGTERM);
+            (*process)->wait();
+        }
+    ::unsetenv("DISPLAY");
+}
+
+pid_t VirtualDisplay::start(const std::string& program, const std::vector<std::string>& arguments) {
+    programs_.push_back(startProgram(program, arguments));
+    return programs_.back().pid();
+}
+
+void VirtualDisplay::quit(pid_t pid) {
+    for (auto it = programs_.begin(); it != programs_.end(); ++it)
+        if (it->pid() == pid) {
+            ::kill(pid, SIGTERM);
+            it->wait();
+            programs_.erase(it);
+            return;
+        }
+    fail("no program " + std::to_string(pid) + " was started here");
+}
+
+struct DisplayProbe::State {
+    xcb_connection_t* connection = nullptr;
+    xcb_window_t root = 0;
+    std::vector<xcb_window_t> own;
+
+    ~State() {
+        if (connection != nullptr) xcb_disconnect(connection);
+    }
+
+    xcb_atom_t atom(const char* name) {
+        Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
+            connection, xcb_intern_atom(connection, 0, static_cast<std::uint16_t>(std::strlen(name)), name),
+            nullptr));
+        if (!reply) fail(std::string("cannot intern ") + name);
+        return reply->atom;
+    }
+
+    // A property's 32-bit values.
+    std::vector<std::uint32_t> cardinals(xcb_window_t window, const char* name, xcb_atom_t type) {
+        Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(
+            connection, xcb_get_property(connection, 0, window, atom(name), type, 0, 4096), nullptr));
+        std::vector<std::uint32_t> values;
+        if (!reply || reply->format != 32) return values;
+        auto* data = static_cast<const std::uint32_t*>(xcb_get_property_value(reply.get()));
+        values.assign(data, data + xcb_get_property_value_length(reply.get()) / 4);
+        return values;
+    }
+
+    void setProperty(xcb_window_t window, const char* name, xcb_atom_t type, std::uint8_t format,
+                     const void* data, std::uint32_t count) {
+        xcb_change_property(connection, XCB_PROP_MODE_REPLACE, window, atom(name), type, format, count, data);
+    }
+};
+
+DisplayProbe::DisplayProbe() : state_(std::make_unique<State>()) {
+    int screen = 0;
+    state_->connection = xcb_connect(nullptr, &screen);
+    if (xcb_connection_has_error(state_->connection)) fail("the probe cannot connect");
+    auto roots = xcb_setup_roots_iterator(xcb_get_setup(state_->connection));
+    for (int i = 0; i < screen; ++i) xcb_screen_next(&roots);
+    state_->root = roots.data->root;
+}
+
+DisplayProbe::~DisplayProbe() = default;
+
+bool DisplayProbe::windowManagerReady() {
+    auto check = state_->cardinals(state_->root, "_NET_SUPPORTING_WM_CHECK", XCB_ATOM_WINDOW);
+    // openbox names the check window first and publishes the client list after.
+    return !check.empty() && !state_->cardinals(state_->root, "_NET_SUPPORTED", XCB_ATOM_ATOM).empty();
+}
+
+std::vector<std::uint32_t> DisplayProbe::clients() {
+    return state_->cardinals(state_->root, "_NET_CLIENT_LIST", XCB_ATOM_WINDOW);
+}
+
+std::string DisplayProbe::wmClass(std::uint32_t window) {
+    Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(
+        state_->connection,
+        xcb_get_property(state_->connection, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 1024), nullptr));
+    if (!reply) return "";
+    std::string both(static_cast<const char*>(xcb_get_property_value(reply.get())),
+                     static_cast<size_t>(xcb_get_property_value_length(reply.get())));
+    // "instance\0class\0"
+    size_t split = both.find('\0');
+    if (split == std::string::npos) return "";
+    std::string wmClass = both.substr(split + 1);
+    if (!wmClass.empty() && wmClass.back() == '\0') wmClass.pop_back();
+    return wmClass;
+}
+
+std::vector<std::uint32_t> DisplayProbe::clientsOfClass(const std::string& wmClass) {
+    std::vector<std::uint32_t> found;
+    for (std::uint32_t window : clients())
+        if (this->wmClass(window) == wmClass) found.push_back(window);
+    return found;
+}
+
+std::optional<Rect> DisplayProbe::frame(std::uint32_t window) {
+    auto* c = state_->connection;
+    xcb_window_t outer = window;
+    for (;;) {
+        Reply<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(c, xcb_query_tree(c, outer), nullptr));
+        if (!tree) return std::nullopt;
+        if (tree->parent == state_->root || tree->parent == XCB_NONE) break;
+        outer = tree->parent;
+    }
+    Reply<xcb_get_geometry_reply_t> geometry(xcb_get_geometry_reply(c, xcb_get_geometry(c, outer), nullptr));
+    if (!geometry) return std::nullopt;
+    int border = geometry->border_width;
+    return Rect{geometry->x, geometry->y, geometry->width + 2 * border, geometry->height + 2 * border};
+}
+
+bool DisplayProbe::hidden(std::uint32_t window) {
+    auto states = state_->cardinals(window, "_NET_WM_STATE", XCB_ATOM_ATOM);
+    xcb_atom_t wanted = state_->atom("_NET_WM_STATE_HIDDEN");
+    return std::find(states.begin(), states.end(), wanted) != states.end();
+}
+
+bool DisplayProbe::fullScreen(std::uint32_t window) {
+    auto states = state_->cardinals(window, "_NET_WM_STATE", XCB_ATOM_ATOM);
+    xcb_atom_t wanted = state_->atom("_NET_WM_STATE_FULLSCREEN");
+    return std::find(states.begin(), states.end(), wanted) != states.end();
+}
+
+void DisplayProbe::configure(std::uint32_t window, int x, int y, unsigned w, unsigned h) {
+    const std::uint32_t values[] = {static_cast<std::uint32_t>(x), static_cast<std::uint32_t>(y), w, h};
+    xcb_configure_window(state_->connection, window,
+                         XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y | XCB_CONFIG_WINDOW_WIDTH |
+                             XCB_CONFIG_WINDOW_HEIGHT,
+                         values);
+    flush();
+}
+
+void DisplayProbe::map(std::uint32_t window) {
+    xcb_map_window(state_->connection, window);
+    flush();
+}
+
+std::uint32_t DisplayProbe::createWindow(const std::string& title, Kind kind, std::uint32_t transientFor,
+                                         bool legacyTitle) {
+    auto& s = *state_;
+    xcb_window_t window = xcb_generate_id(s.connection);
+    auto roots = xcb_setup_roots_iterator(xcb_get_setup(s.connection));
+    xcb_create_window(s.connection, XCB_COPY_FROM_PARENT, window, s.root, 50, 50, 300, 200, 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, roots.data->root_visual, 0, nullptr);
+    auto pid = static_cast<std::uint32_t>(::getpid());
+    s.setProperty(window, "_NET_WM_PID", XCB_ATOM_CARDINAL, 32, &pid, 1);
+    static const char wmClass[] = "probe\0Probe";
+    s.setProperty(window, "WM_CLASS", XCB_ATOM_STRING, 8, wmClass, sizeof wmClass);
+    auto length = static_cast<std::uint32_t>(title.size());
+    s.setProperty(window, "WM_NAME", XCB_ATOM_STRING, 8, title.data(), length);
+    if (!legacyTitle) s.setProperty(window, "_NET_WM_NAME", s.atom("UTF8_STRING"), 8, title.data(), length);
+    if (kind != Kind::untyped) {
+        xcb_atom_t type = s.atom(kind == Kind::dialog ? "_NET_WM_WINDOW_TYPE_DIALOG" : "_NET_WM_WINDOW_TYPE_NORMAL");
+        s.setProperty(window, "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM, 32, &type, 1);
+    }
+    if (kind == Kind::transient) s.setProperty(window, "WM_TRANSIENT_FOR", XCB_ATOM_WINDOW, 32, &transientFor, 1);
+    xcb_map_window(s.connection, window);
+    flush();
+    s.own.push_back(window);
+    return window;
+}
+
+void DisplayProbe::flush() { xcb_flush(state_->connection); }
+
+}  // namespace tarnwick::testing

@@ -1,0 +1,94 @@
+// A real X11 desktop for end-to-end tests: Xvfb with the openbox window
+// manager, and a probe that sees windows as the window manager shows them,
+// through its own connection and none of Tarnwick's code.
+#pragma once
+
+#include "scripting/child_process.h"
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnwick::testing {
+
+struct Rect {
+    int x = 0, y = 0, w = 0, h = 0;
+};
+
+// The program's path, looked up in PATH; stops the test run when it is missing,
+// since the tests install it.
+std::string programPath(const std::string& name);
+
+// Runs `condition` every 20 ms until it holds or `seconds` of real time pass.
+bool eventually(const std::function<bool()>& condition, double seconds = 10.0);
+
+// Xvfb on a free display number, with openbox managing it unless asked not to.
+// DISPLAY names it while the object lives; programs started on it end with it.
+class VirtualDisplay {
+public:
+    explicit VirtualDisplay(bool windowManager = true, int width = 1600, int height = 1000);
+    ~VirtualDisplay();
+    VirtualDisplay(const VirtualDisplay&) = delete;
+    VirtualDisplay& operator=(const VirtualDisplay&) = delete;
+
+    const std::string& name() const { return name_; }
+    int width() const { return width_; }
+    int height() const { return height_; }
+
+    // Starts a program found in PATH; its pid.
+    pid_t start(const std::string& program, const std::vector<std::string>& arguments);
+    // Ends a program started here and reaps it.
+    void quit(pid_t pid);
+
+private:
+    std::string name_;
+    int width_, height_;
+    std::optional<ChildProcess> server_;
+    std::optional<ChildProcess> manager_;
+    std::list<ChildProcess> programs_;
+};
+
+// A second client of the display that reads what the window manager did, and
+// can make windows of its own.
+class DisplayProbe {
+public:
+    DisplayProbe();
+    ~DisplayProbe();
+    DisplayProbe(const DisplayProbe&) = delete;
+    DisplayProbe& operator=(const DisplayProbe&) = delete;
+
+    // Whether a window manager has announced itself on the root window.
+    bool windowManagerReady();
+    // _NET_CLIENT_LIST as the window manager publishes it.
+    std::vector<std::uint32_t> clients();
+    // The managed windows whose WM_CLASS class is this.
+    std::vector<std::uint32_t> clientsOfClass(const std::string& wmClass);
+    std::string wmClass(std::uint32_t window);
+    // The outermost window the manager put around the client (its frame), in
+    // root coordinates, border included: what the user sees.
+    std::optional<Rect> frame(std::uint32_t window);
+    bool hidden(std::uint32_t window);
+    bool fullScreen(std::uint32_t window);
+
+    // The client's own request to move and resize (the window manager decides).
+    void configure(std::uint32_t window, int x, int y, unsigned w, unsigned h);
+    // The client's own request to be shown, which takes it out of its icon.
+    void map(std::uint32_t window);
+
+    enum class Kind { normal, dialog, transient, untyped };
+    // A window of this process, with _NET_WM_PID, WM_CLASS "probe"/"Probe" and the
+    // title as _NET_WM_NAME (or only as WM_NAME when `legacyTitle`), mapped.
+    std::uint32_t createWindow(const std::string& title, Kind kind, std::uint32_t transientFor = 0,
+                               bool legacyTitle = false);
+    void flush();
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace tarnwick::testing
