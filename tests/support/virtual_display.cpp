@@ -82,9 +82,22 @@ VirtualDisplay::VirtualDisplay(bool windowManager, int width, int height) : widt
     ::setenv("DISPLAY", name_.c_str(), 1);
     if (!windowManager) return;
     manager_.emplace(startProgram("openbox", {"--sm-disable"}));
+    // openbox announces itself before it takes windows, and drops a request to
+    // show one that comes in while it starts: ready means a window of ours is
+    // managed, asking again until it is.
     DisplayProbe probe;
-    bool answers = eventually([&] { return probe.windowManagerReady(); }, 20.0);
-    if (!answers) fail("openbox did not start on " + name_);
+    if (!eventually([&] { return probe.windowManagerReady(); }, 20.0)) abandon("openbox did not start on " + name_);
+    std::uint32_t canary = probe.createWindow("ready?", DisplayProbe::Kind::normal);
+    bool managed = eventually(
+        [&] {
+            if (eventually([&] { return !probe.clients().empty(); }, 0.2)) return true;
+            probe.map(canary);
+            return false;
+        },
+        20.0);
+    if (!managed) abandon("openbox manages no window on " + name_);
+    probe.destroyWindow(canary);
+    if (!eventually([&] { return probe.clients().empty(); }, 20.0)) abandon("openbox kept a closed window");
 }
 
 VirtualDisplay::~VirtualDisplay() {
@@ -99,6 +112,13 @@ VirtualDisplay::~VirtualDisplay() {
             (*process)->wait();
         }
     ::unsetenv("DISPLAY");
+}
+
+void VirtualDisplay::abandon(const std::string& why) {
+    // The test run stops here; the server and the manager must not outlive it.
+    for (std::optional<ChildProcess>* process : {&manager_, &server_})
+        if (*process) ::kill((*process)->pid(), SIGKILL);
+    fail(why);
 }
 
 pid_t VirtualDisplay::start(const std::string& program, const std::vector<std::string>& arguments) {
@@ -258,6 +278,11 @@ std::uint32_t DisplayProbe::createWindow(const std::string& title, Kind kind, st
     flush();
     s.own.push_back(window);
     return window;
+}
+
+void DisplayProbe::destroyWindow(std::uint32_t window) {
+    xcb_destroy_window(state_->connection, window);
+    flush();
 }
 
 void DisplayProbe::flush() { xcb_flush(state_->connection); }

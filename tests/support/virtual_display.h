@@ -45,6 +45,8 @@ public:
     void quit(pid_t pid);
 
 private:
+    [[noreturn]] void abandon(const std::string& why);
+
     std::string name_;
     int width_, height_;
     std::optional<ChildProcess> server_;
@@ -84,6 +86,7 @@ public:
     // title as _NET_WM_NAME (or only as WM_NAME when `legacyTitle`), mapped.
     std::uint32_t createWindow(const std::string& title, Kind kind, std::uint32_t transientFor = 0,
                                bool legacyTitle = false);
+    void destroyWindow(std::uint32_t window);
     void flush();
 
 private:

@@ -1,0 +1,166 @@
+// The X11 backend in this process, on a real display: which windows count,
+// where titles come from, what trust means, and relaunches that cannot start.
+#include "platform/platform.h"
+#include "session/capture.h"
+#include "session/platform_x11.h"
+#include "session/restore.h"
+#include "support/log_watch.h"
+#include "support/temp_dir.h"
+#include "support/virtual_display.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+namespace tarnwick::testing {
+namespace {
+
+using Kind = DisplayProbe::Kind;
+
+// The backend installed for one test, the simulated desktop given back after.
+class Installed {
+public:
+    Installed() {
+        std::string why;
+        backend_ = openX11Platform("", why);
+        if (!backend_) ADD_FAILURE() << why;
+        previous_ = installPlatform(backend_.get());
+    }
+    ~Installed() { installPlatform(previous_); }
+    Platform& operator*() { return *backend_; }
+    Platform* operator->() { return backend_.get(); }
+
+private:
+    std::unique_ptr<Platform> backend_;
+    Platform* previous_ = nullptr;
+};
+
+std::string ownExecutable() { return std::filesystem::read_symlink("/proc/self/exe").string(); }
+
+const AppState* appAt(const Snapshot& snapshot, const std::string& bundlePath) {
+    for (const AppState& app : snapshot.apps)
+        if (app.bundlePath == bundlePath) return &app;
+    return nullptr;
+}
+
+std::vector<std::string> titles(const AppState& app) {
+    std::vector<std::string> found;
+    for (const WindowState& window : app.windows) found.push_back(window.title.value_or("<none>"));
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+class BackendTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (const char* value = std::getenv("XDG_DATA_HOME")) savedDataHome = value;
+        ::setenv("XDG_DATA_HOME", (dir.path() / "share").c_str(), 1);
+    }
+    void TearDown() override { ::setenv("XDG_DATA_HOME", savedDataHome.c_str(), 1); }
+
+    void entry(const std::string& id, const std::string& text) {
+        auto file = dir.path() / "share" / "applications" / (id + ".desktop");
+        std::filesystem::create_directories(file.parent_path());
+        writeText(file, "[Desktop Entry]\nType=Application\n" + text);
+    }
+
+    TempDir dir{"tarnwick-x11"};
+    std::string savedDataHome;
+};
+
+TEST_F(BackendTest, DialogsAndTransientWindowsAreLeftOutOfACapture) {
+    VirtualDisplay display;
+    DisplayProbe probe;
+    std::uint32_t main = probe.createWindow("Main window", Kind::normal);
+    probe.createWindow("Preferences", Kind::dialog);
+    probe.createWindow("Palette", Kind::transient, main);
+    // No window type at all counts as normal, as for the window manager.
+    probe.createWindow("Untyped", Kind::untyped);
+    ASSERT_TRUE(eventually([&] { return probe.clients().size() == 4; }));
+
+    Installed x11;
+    Snapshot snapshot = Capture::snapshot("test");
+    const AppState* app = appAt(snapshot, ownExecutable());
+    ASSERT_NE(app, nullptr) << "the probe's windows belong to this process";
+    EXPECT_EQ(app->bundleID, std::nullopt);
+    EXPECT_EQ(app->name, "Probe");
+    EXPECT_EQ(titles(*app), (std::vector<std::string>{"Main window", "Untyped"}));
+}
+
+TEST_F(BackendTest, ATitleOnlyInWmNameIsReadFromThere) {
+    VirtualDisplay display;
+    DisplayProbe probe;
+    probe.createWindow("Plain \xE9t\xE9", Kind::normal, 0, /*legacyTitle=*/true);
+    ASSERT_TRUE(eventually([&] { return probe.clients().size() == 1; }));
+
+    Installed x11;
+    const AppState* app = nullptr;
+    Snapshot snapshot = Capture::snapshot("test");
+    app = appAt(snapshot, ownExecutable());
+    ASSERT_NE(app, nullptr);
+    // WM_NAME of type STRING is Latin-1; the snapshot holds UTF-8.
+    EXPECT_EQ(titles(*app), (std::vector<std::string>{"Plain \xC3\xA9t\xC3\xA9"}));
+}
+
+TEST_F(BackendTest, TrustMeansAWindowManagerAnswersOnTheDisplay) {
+    {
+        VirtualDisplay bare(/*windowManager=*/false);
+        Installed x11;
+        EXPECT_FALSE(x11->accessibilityTrusted());
+        EXPECT_TRUE(x11->runningApplications().empty());
+    }
+    VirtualDisplay managed;
+    Installed x11;
+    EXPECT_TRUE(x11->accessibilityTrusted());
+}
+
+TEST_F(BackendTest, TarnwicksOwnWindowsAreNeverCaptured) {
+    // The probe plays Tarnwick: its class matches Tarnwick's own desktop entry.
+    entry("com.tarnwick.Tarnwick", "Name=Tarnwick\nExec=tarnwick\nStartupWMClass=Probe\n");
+    VirtualDisplay display;
+    DisplayProbe probe;
+    probe.createWindow("Tarnwick", Kind::normal);
+    ASSERT_TRUE(eventually([&] { return probe.clients().size() == 1; }));
+
+    Installed x11;
+    ASSERT_EQ(x11->ownBundleIdentifier(), "com.tarnwick.Tarnwick.desktop");
+    ASSERT_EQ(x11->runningApplications("com.tarnwick.Tarnwick.desktop").size(), 1u);
+    EXPECT_TRUE(Capture::snapshot("test").apps.empty());
+}
+
+TEST_F(BackendTest, AnAppWhoseProgramIsGoneIsAProblemAndTheRestStillComesBack) {
+    entry("gone", "Name=Gone\nExec=tarnwick-no-such-program --flag\n");
+    entry("xlogo", "Name=Logo\nExec=xlogo\n");
+    VirtualDisplay display;
+    DisplayProbe probe;
+    Installed x11;
+
+    Snapshot snapshot;
+    for (const char* id : {"gone", "xlogo"}) {
+        AppState app;
+        app.name = id == std::string("gone") ? "Gone" : "Logo";
+        app.bundleID = std::string(id) + ".desktop";
+        app.bundlePath = (dir.path() / "share" / "applications" / (std::string(id) + ".desktop")).string();
+        WindowState window;
+        window.frame = Frame{300, 200, 250, 190};
+        app.windows.push_back(window);
+        snapshot.apps.push_back(app);
+    }
+    LogWatch log;
+    Restore::Result result = Restore::run(snapshot, [](const std::string&) {});
+    EXPECT_EQ(result.launched, 1);
+    EXPECT_EQ(result.windows, 1);
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"Gone: could not launch"}));
+    EXPECT_NE(log.newText().find("launch gone.desktop: No such file or directory\n"), std::string::npos)
+        << log.newText();
+    ASSERT_TRUE(eventually([&] {
+        auto logos = probe.clientsOfClass("XLogo");
+        auto frame = logos.size() == 1 ? probe.frame(logos.front()) : std::nullopt;
+        return frame && frame->x == 300 && frame->y == 200 && frame->w == 250 && frame->h == 190;
+    }));
+}
+
+}  // namespace
+}  // namespace tarnwick::testing
