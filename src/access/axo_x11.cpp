@@ -41,7 +41,8 @@ using Reply = std::unique_ptr<T, FreeReply>;
 // ISO 8859-1, the encoding of a WM_NAME of type STRING, as UTF-8.
 std::string latin1ToUtf8(std::string_view text) {
     std::string out;
-    for (unsigned char c : text) {
+    for (char raw : text) {
+        auto c = static_cast<unsigned char>(raw);
         if (c < 0x80) {
             out.push_back(static_cast<char>(c));
         } else {

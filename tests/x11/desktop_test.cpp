@@ -246,5 +246,13 @@ TEST_F(DesktopTest, RunningAppsThatWereMovedGoBackWithoutASecondCopy) {
     EXPECT_EQ(probe->clients().size(), 4u);
 }
 
+TEST_F(DesktopTest, WithoutAModeTheProgramSaysTheMenuBarApplicationIsForMacs) {
+    Finished finished = tarnwick({});
+    EXPECT_TRUE(WIFEXITED(finished.status) && WEXITSTATUS(finished.status) == 2);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.err,
+              "tarnwick: the menu-bar application runs on macOS only; here use --capture or --restore FILE\n");
+}
+
 }  // namespace
 }  // namespace tarnwick::testing
