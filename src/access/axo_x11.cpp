@@ -78,8 +78,6 @@ struct Connection::State {
         if (connection != nullptr) xcb_disconnect(connection);
     }
 
-    xcb_window_t rootWindow() const { return root; }
-
     void flush() { xcb_flush(connection); }
 
     std::optional<std::int32_t> pidFromResources(WindowID window) {
@@ -145,27 +143,27 @@ struct Connection::State {
         return std::find(states.begin(), states.end(), state) != states.end();
     }
 
-    // Normal windows that are not transient for another are the ones a user
-    // arranges; dialogs, menus, docks and the like come and go with them.
-    std::string subrole(WindowID window) {
-        auto typeCookie = xcb_ewmh_get_wm_window_type(&ewmh, window);
-        auto transientCookie = xcb_icccm_get_wm_transient_for(connection, window);
-        auto types = atoms(typeCookie);
-        xcb_window_t owner = XCB_NONE;
-        bool transient = xcb_icccm_get_wm_transient_for_reply(connection, transientCookie, &owner, nullptr) &&
-                         owner != XCB_NONE;
+    // The first window type the client lists that we know, as the window
+    // manager reads it; nothing when it lists none.
+    std::optional<xcb_atom_t> windowType(WindowID window) {
         const xcb_atom_t known[] = {
             ewmh._NET_WM_WINDOW_TYPE_NORMAL,  ewmh._NET_WM_WINDOW_TYPE_DIALOG,  ewmh._NET_WM_WINDOW_TYPE_DESKTOP,
             ewmh._NET_WM_WINDOW_TYPE_DOCK,    ewmh._NET_WM_WINDOW_TYPE_TOOLBAR, ewmh._NET_WM_WINDOW_TYPE_MENU,
             ewmh._NET_WM_WINDOW_TYPE_UTILITY, ewmh._NET_WM_WINDOW_TYPE_SPLASH,
         };
-        // The first type the client lists that we know decides, as for the window manager.
-        std::optional<xcb_atom_t> type;
-        for (xcb_atom_t listed : types)
-            if (std::find(std::begin(known), std::end(known), listed) != std::end(known)) {
-                type = listed;
-                break;
-            }
+        for (xcb_atom_t listed : atoms(xcb_ewmh_get_wm_window_type(&ewmh, window)))
+            if (std::find(std::begin(known), std::end(known), listed) != std::end(known)) return listed;
+        return std::nullopt;
+    }
+
+    // Normal windows that are not transient for another are the ones a user
+    // arranges; dialogs, menus, docks and the like come and go with them.
+    std::string subrole(WindowID window) {
+        auto transientCookie = xcb_icccm_get_wm_transient_for(connection, window);
+        auto type = windowType(window);
+        xcb_window_t owner = XCB_NONE;
+        bool transient = xcb_icccm_get_wm_transient_for_reply(connection, transientCookie, &owner, nullptr) &&
+                         owner != XCB_NONE;
         if (type == ewmh._NET_WM_WINDOW_TYPE_DIALOG || (!type && transient)) return "AXDialog";
         if (type && type != ewmh._NET_WM_WINDOW_TYPE_NORMAL) return "AXUnknown";
         return transient ? "AXDialog" : "AXStandardWindow";
@@ -341,6 +339,12 @@ std::optional<WindowClass> Connection::windowClass(WindowID window) {
     WindowClass found{reply.instance_name ? reply.instance_name : "", reply.class_name ? reply.class_name : ""};
     xcb_icccm_get_wm_class_reply_wipe(&reply);
     return found;
+}
+
+bool Connection::partOfTheDesktop(WindowID window) {
+    auto& s = *state_;
+    auto type = s.windowType(window);
+    return type == s.ewmh._NET_WM_WINDOW_TYPE_DOCK || type == s.ewmh._NET_WM_WINDOW_TYPE_DESKTOP;
 }
 
 std::optional<WindowID> Connection::activeWindow() {

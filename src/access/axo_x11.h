@@ -47,6 +47,8 @@ public:
     std::optional<std::int32_t> windowPid(WindowID window);
     std::vector<WindowID> windowsOf(std::int32_t pid);
     std::optional<WindowClass> windowClass(WindowID window);
+    // A panel, a dock or the desktop's own background window.
+    bool partOfTheDesktop(WindowID window);
     std::optional<WindowID> activeWindow();
     void activateWindow(WindowID window);
 

@@ -103,6 +103,10 @@ public:
                                          : Process::commandName(info.pid);
             if (info.name && info.name->empty()) info.name = Process::commandName(info.pid);
         }
+        // Panels, docks and the desktop belong to the desktop session, which
+        // starts them itself: like a Mac's background apps, they are not captured.
+        if (identity.windows > 0 && identity.desktopParts == identity.windows)
+            info.policy = ActivationPolicy::accessory;
         info.terminated = !Process::alive(info.pid);
         // A process counts as launched once the window manager manages a window of it.
         info.finishedLaunching = identity.windows > 0;
@@ -176,6 +180,7 @@ private:
         std::optional<DesktopEntries::Entry> entry;
         std::optional<AXX11::WindowClass> wmClass;
         size_t windows = 0;
+        size_t desktopParts = 0;
     };
 
     // The first of the process's windows whose class matches an entry names it.
@@ -183,6 +188,8 @@ private:
         Identity identity;
         auto windows = x_->windowsOf(pid);
         identity.windows = windows.size();
+        for (AXX11::WindowID window : windows)
+            if (x_->partOfTheDesktop(window)) identity.desktopParts += 1;
         for (AXX11::WindowID window : windows) {
             auto wmClass = x_->windowClass(window);
             if (!wmClass) continue;

@@ -140,7 +140,6 @@ void VirtualDisplay::quit(pid_t pid) {
 struct DisplayProbe::State {
     xcb_connection_t* connection = nullptr;
     xcb_window_t root = 0;
-    std::vector<xcb_window_t> own;
 
     ~State() {
         if (connection != nullptr) xcb_disconnect(connection);
@@ -270,13 +269,15 @@ std::uint32_t DisplayProbe::createWindow(const std::string& title, Kind kind, st
     s.setProperty(window, "WM_NAME", XCB_ATOM_STRING, 8, title.data(), length);
     if (!legacyTitle) s.setProperty(window, "_NET_WM_NAME", s.atom("UTF8_STRING"), 8, title.data(), length);
     if (kind != Kind::untyped) {
-        xcb_atom_t type = s.atom(kind == Kind::dialog ? "_NET_WM_WINDOW_TYPE_DIALOG" : "_NET_WM_WINDOW_TYPE_NORMAL");
+        const char* name = kind == Kind::dialog ? "_NET_WM_WINDOW_TYPE_DIALOG"
+                           : kind == Kind::dock ? "_NET_WM_WINDOW_TYPE_DOCK"
+                                                : "_NET_WM_WINDOW_TYPE_NORMAL";
+        xcb_atom_t type = s.atom(name);
         s.setProperty(window, "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM, 32, &type, 1);
     }
     if (kind == Kind::transient) s.setProperty(window, "WM_TRANSIENT_FOR", XCB_ATOM_WINDOW, 32, &transientFor, 1);
     xcb_map_window(s.connection, window);
     flush();
-    s.own.push_back(window);
     return window;
 }
 

@@ -81,7 +81,7 @@ public:
     // The client's own request to be shown, which takes it out of its icon.
     void map(std::uint32_t window);
 
-    enum class Kind { normal, dialog, transient, untyped };
+    enum class Kind { normal, dialog, transient, untyped, dock };
     // A window of this process, with _NET_WM_PID, WM_CLASS "probe"/"Probe" and the
     // title as _NET_WM_NAME (or only as WM_NAME when `legacyTitle`), mapped.
     std::uint32_t createWindow(const std::string& title, Kind kind, std::uint32_t transientFor = 0,

@@ -89,6 +89,26 @@ TEST_F(BackendTest, DialogsAndTransientWindowsAreLeftOutOfACapture) {
     EXPECT_EQ(titles(*app), (std::vector<std::string>{"Main window", "Untyped"}));
 }
 
+TEST_F(BackendTest, AProcessWithOnlyAPanelIsPartOfTheDesktopAndNotCaptured) {
+    VirtualDisplay display;
+    DisplayProbe probe;
+    probe.createWindow("Panel", Kind::dock);
+    ASSERT_TRUE(eventually([&] { return probe.clients().size() == 1; }));
+    {
+        Installed x11;
+        EXPECT_EQ(appAt(Capture::snapshot("test"), ownExecutable()), nullptr);
+    }
+    // With a window of its own it is an application like any other; the
+    // panel is still not one of its windows.
+    probe.createWindow("Notes", Kind::normal);
+    ASSERT_TRUE(eventually([&] { return probe.clients().size() == 2; }));
+    Installed x11;
+    Snapshot snapshot = Capture::snapshot("test");
+    const AppState* app = appAt(snapshot, ownExecutable());
+    ASSERT_NE(app, nullptr);
+    EXPECT_EQ(titles(*app), (std::vector<std::string>{"Notes"}));
+}
+
 TEST_F(BackendTest, ATitleOnlyInWmNameIsReadFromThere) {
     VirtualDisplay display;
     DisplayProbe probe;
