@@ -216,11 +216,11 @@ struct Connection::State {
         // North-west gravity: x and y place the outer corner of the frame. The
         // protocol's fields are unsigned; a frame left of or above the screen's
         // origin travels as its two's complement, which is how it is read back.
-        xcb_ewmh_request_moveresize_window(&ewmh, screenNumber, window, XCB_GRAVITY_NORTH_WEST,
-                                           XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER,
-                                           static_cast<xcb_ewmh_moveresize_window_opt_flags_t>(flags),
-                                           static_cast<std::uint32_t>(x), static_cast<std::uint32_t>(y),
-                                           static_cast<std::uint32_t>(std::round(w)), static_cast<std::uint32_t>(std::round(h)));
+        xcb_ewmh_request_moveresize_window(
+            &ewmh, screenNumber, window, XCB_GRAVITY_NORTH_WEST, XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER,
+            static_cast<xcb_ewmh_moveresize_window_opt_flags_t>(flags), static_cast<std::uint32_t>(x),
+            static_cast<std::uint32_t>(y), static_cast<std::uint32_t>(std::round(w)),
+            static_cast<std::uint32_t>(std::round(h)));
         flush();
     }
 
@@ -233,7 +233,9 @@ struct Connection::State {
     }
 
     void setPosition(WindowID window, const Point& point) {
-        auto coordinate = [](double v) { return static_cast<std::int32_t>(std::round(std::clamp(v, -32768.0, 32767.0))); };
+        auto coordinate = [](double v) {
+            return static_cast<std::int32_t>(std::round(std::clamp(v, -32768.0, 32767.0)));
+        };
         moveResize(window, XCB_EWMH_MOVERESIZE_WINDOW_X | XCB_EWMH_MOVERESIZE_WINDOW_Y, coordinate(point.x),
                    coordinate(point.y), 0, 0);
     }

@@ -13,6 +13,10 @@ namespace tarnwick::Launch {
 // standard input and output on /dev/null, no descriptor of ours, and `folder`
 // as its working folder. Returns once the program has been executed: its pid,
 // or nothing with the reason in `why` ("No such file or directory"…).
+// Where `name` is run from: itself when it holds a '/', else the first
+// executable of that name in PATH.
+std::optional<std::string> programPath(const std::string& name);
+
 std::optional<pid_t> detached(const std::vector<std::string>& arguments, const std::string& folder,
                               std::string& why);
 

@@ -25,22 +25,6 @@ struct Message {
     std::int32_t value;
 };
 
-std::optional<std::string> findProgram(const std::string& name) {
-    if (name.find('/') != std::string::npos) return name;
-    const char* path = std::getenv("PATH");
-    std::string folders = path != nullptr && *path != '\0' ? path : "/usr/local/bin:/usr/bin:/bin";
-    size_t start = 0;
-    while (start <= folders.size()) {
-        size_t end = folders.find(':', start);
-        if (end == std::string::npos) end = folders.size();
-        std::string folder = folders.substr(start, end - start);
-        std::string candidate = (folder.empty() ? std::string(".") : folder) + "/" + name;
-        if (::access(candidate.c_str(), X_OK) == 0) return candidate;
-        start = end + 1;
-    }
-    return std::nullopt;
-}
-
 // Only async-signal-safe calls from here on: the caller may have threads.
 [[noreturn]] void tell(int fd, std::int32_t kind, std::int32_t value, int status) {
     Message message{kind, value};
@@ -70,13 +54,29 @@ std::optional<std::string> findProgram(const std::string& name) {
 
 }  // namespace
 
+std::optional<std::string> programPath(const std::string& name) {
+    if (name.find('/') != std::string::npos) return name;
+    const char* path = std::getenv("PATH");
+    std::string folders = path != nullptr && *path != '\0' ? path : "/usr/local/bin:/usr/bin:/bin";
+    size_t start = 0;
+    while (start <= folders.size()) {
+        size_t end = folders.find(':', start);
+        if (end == std::string::npos) end = folders.size();
+        std::string folder = folders.substr(start, end - start);
+        std::string candidate = (folder.empty() ? std::string(".") : folder) + "/" + name;
+        if (::access(candidate.c_str(), X_OK) == 0) return candidate;
+        start = end + 1;
+    }
+    return std::nullopt;
+}
+
 std::optional<pid_t> detached(const std::vector<std::string>& arguments, const std::string& folder,
                               std::string& why) {
     if (arguments.empty()) {
         why = "nothing to run";
         return std::nullopt;
     }
-    auto program = findProgram(arguments.front());
+    auto program = programPath(arguments.front());
     if (!program) {
         why = std::strerror(ENOENT);
         return std::nullopt;

@@ -6,16 +6,14 @@
 #include "session/desktop_entry.h"
 #include "session/launch.h"
 #include "session/process.h"
+#include "store/data_folder.h"
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <mutex>
-#include <pwd.h>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 
 namespace tarnwick {
 
@@ -99,9 +97,10 @@ public:
             info.name = identity.entry->name;
         } else {
             info.bundlePath = Process::executable(info.pid);
-            info.name = identity.wmClass ? std::optional<std::string>(identity.wmClass->wmClass)
-                                         : Process::commandName(info.pid);
-            if (info.name && info.name->empty()) info.name = Process::commandName(info.pid);
+            if (identity.wmClass && !identity.wmClass->wmClass.empty())
+                info.name = identity.wmClass->wmClass;
+            else
+                info.name = Process::commandName(info.pid);
         }
         // Panels, docks and the desktop belong to the desktop session, which
         // starts them itself: like a Mac's background apps, they are not captured.
@@ -158,12 +157,7 @@ public:
         return !path.empty() && std::filesystem::exists(path, error);
     }
 
-    std::string homeDirectory() override {
-        if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
-        if (const passwd* user = ::getpwuid(::getuid()); user != nullptr && user->pw_dir != nullptr)
-            return user->pw_dir;
-        return "/";
-    }
+    std::string homeDirectory() override { return homeLocation().value_or("/").string(); }
 
     Date currentDate() override { return std::chrono::system_clock::now(); }
 

@@ -20,6 +20,10 @@ std::filesystem::path prepareFolder(const std::filesystem::path& folder);
 // Where this system keeps them; nothing when the user's base folders cannot be
 // found at all. Implemented once per system (data_folder_mac.mm, _linux.cpp).
 std::optional<std::filesystem::path> snapshotFolderLocation();
+#if !defined(__APPLE__)
+// The user's home: $HOME when it is absolute, else the password database's.
+std::optional<std::filesystem::path> homeLocation();
+#endif
 std::optional<std::filesystem::path> logFileLocation();
 
 }  // namespace tarnwick

@@ -11,14 +11,14 @@
 
 namespace tarnwick {
 
-namespace {
-
 std::optional<std::filesystem::path> homeLocation() {
     if (const char* h = std::getenv("HOME"); h && *h == '/') return std::filesystem::path(h);
     if (const passwd* pw = getpwuid(getuid()); pw && pw->pw_dir && *pw->pw_dir == '/')
         return std::filesystem::path(pw->pw_dir);
     return std::nullopt;
 }
+
+namespace {
 
 // An XDG variable counts only when it holds an absolute path.
 std::optional<std::filesystem::path> xdg(const char* variable, const char* fallbackUnderHome) {

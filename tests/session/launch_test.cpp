@@ -64,7 +64,8 @@ TEST_F(LaunchTest, TheProgramRunsInASessionOfItsOwnAdoptedByAnotherProcess) {
     std::string why;
     auto pid = Launch::detached(
         {"sh", "-c",
-         "ls /proc/$$/fd > fds; pwd > where; o=$(readlink /proc/$$/fd/1); echo $o > out; echo $$ > report; exec sleep 30"},
+         "ls /proc/$$/fd > fds; pwd > where; o=$(readlink /proc/$$/fd/1); echo $o > out; "
+         "echo $$ > report; exec sleep 30"},
         dir.path().string(), why);
     ::close(leaked);
     ASSERT_TRUE(pid) << why;
@@ -111,7 +112,9 @@ TEST(ProcessTest, FactsOfALiveProcessAndOfOneThatExited) {
     pid_t self = ::getpid();
     EXPECT_TRUE(Process::alive(self));
     EXPECT_EQ(Process::executable(self), std::filesystem::read_symlink("/proc/self/exe").string());
-    EXPECT_EQ(Process::commandName(self), readText("/proc/self/comm").substr(0, readText("/proc/self/comm").size() - 1));
+    std::string comm = readText("/proc/self/comm");
+    comm.pop_back();  // the line feed
+    EXPECT_EQ(Process::commandName(self), comm);
 
     // An exited child that nobody has reaped yet is not alive.
     pid_t child = ::fork();

@@ -1,6 +1,8 @@
 // VirtualDisplay and DisplayProbe: Xvfb, openbox, and plain xcb requests.
 #include "support/virtual_display.h"
 
+#include "session/launch.h"
+
 #include <xcb/xcb.h>
 
 #include <algorithm>
@@ -36,7 +38,7 @@ ChildProcess startProgram(const std::string& program, const std::vector<std::str
 }
 
 // Reads the display number Xvfb writes once it accepts connections.
-std::string readDisplayNumber(UniqueFd& output) {
+std::optional<std::string> readDisplayNumber(UniqueFd& output) {
     std::string text;
     char c = 0;
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -47,22 +49,13 @@ std::string readDisplayNumber(UniqueFd& output) {
         if (c == '\n') return text;
         text.push_back(c);
     }
-    fail("Xvfb did not say which display it opened");
+    return std::nullopt;
 }
 
 }  // namespace
 
 std::string programPath(const std::string& name) {
-    const char* path = std::getenv("PATH");
-    std::string folders = path ? path : "/usr/bin:/bin";
-    size_t start = 0;
-    while (start <= folders.size()) {
-        size_t end = folders.find(':', start);
-        if (end == std::string::npos) end = folders.size();
-        std::string candidate = folders.substr(start, end - start) + "/" + name;
-        if (::access(candidate.c_str(), X_OK) == 0) return candidate;
-        start = end + 1;
-    }
+    if (auto path = Launch::programPath(name)) return *path;
     fail(name + " is not installed; make test installs it");
 }
 
@@ -78,7 +71,9 @@ bool eventually(const std::function<bool()>& condition, double seconds) {
 VirtualDisplay::VirtualDisplay(bool windowManager, int width, int height) : width_(width), height_(height) {
     std::string screen = std::to_string(width) + "x" + std::to_string(height) + "x24";
     server_.emplace(startProgram("Xvfb", {"-displayfd", "1", "-screen", "0", screen, "-nolisten", "tcp"}));
-    name_ = ":" + readDisplayNumber(server_->output());
+    auto number = readDisplayNumber(server_->output());
+    if (!number) abandon("Xvfb did not say which display it opened");
+    name_ = ":" + *number;
     ::setenv("DISPLAY", name_.c_str(), 1);
     if (!windowManager) return;
     manager_.emplace(startProgram("openbox", {"--sm-disable"}));

@@ -5,13 +5,13 @@
 #include "session/platform_x11.h"
 #include "session/restore.h"
 #include "support/log_watch.h"
+#include "support/scoped_variable.h"
 #include "support/temp_dir.h"
 #include "support/virtual_display.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 
 namespace tarnwick::testing {
@@ -54,12 +54,6 @@ std::vector<std::string> titles(const AppState& app) {
 
 class BackendTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        if (const char* value = std::getenv("XDG_DATA_HOME")) savedDataHome = value;
-        ::setenv("XDG_DATA_HOME", (dir.path() / "share").c_str(), 1);
-    }
-    void TearDown() override { ::setenv("XDG_DATA_HOME", savedDataHome.c_str(), 1); }
-
     void entry(const std::string& id, const std::string& text) {
         auto file = dir.path() / "share" / "applications" / (id + ".desktop");
         std::filesystem::create_directories(file.parent_path());
@@ -67,7 +61,7 @@ protected:
     }
 
     TempDir dir{"tarnwick-x11"};
-    std::string savedDataHome;
+    ScopedVariable dataHome{"XDG_DATA_HOME", (dir.path() / "share").string()};
 };
 
 TEST_F(BackendTest, DialogsAndTransientWindowsAreLeftOutOfACapture) {

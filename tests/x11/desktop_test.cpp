@@ -2,6 +2,7 @@
 // programs, driven through the product binary as a user would run it. What the
 // window manager shows is checked through a probe of its own.
 #include "model/snapshot_json.h"
+#include "support/scoped_variable.h"
 #include "support/temp_dir.h"
 #include "support/virtual_display.h"
 
@@ -65,27 +66,20 @@ bool near(const Seen& a, const Seen& b) {
 class DesktopTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        for (const char* name : {"XDG_DATA_HOME", "XDG_DATA_DIRS"})
-            if (const char* value = std::getenv(name)) savedEnvironment[name] = value;
         display = std::make_unique<VirtualDisplay>();
         probe = std::make_unique<DisplayProbe>();
         // The desktop entries are ours alone: the machine's own must not decide
         // which apps have an identifier. Set after openbox started, since it
         // finds its theme through the same folders.
-        ::setenv("XDG_DATA_HOME", (dir.path() / "share").c_str(), 1);
-        ::setenv("XDG_DATA_DIRS", (dir.path() / "none").c_str(), 1);
+        dataHome.emplace("XDG_DATA_HOME", (dir.path() / "share").string());
+        dataDirs.emplace("XDG_DATA_DIRS", (dir.path() / "none").string());
     }
 
     void TearDown() override {
         probe.reset();
         display.reset();
-        for (const char* name : {"XDG_DATA_HOME", "XDG_DATA_DIRS"}) {
-            auto saved = savedEnvironment.find(name);
-            if (saved == savedEnvironment.end())
-                ::unsetenv(name);
-            else
-                ::setenv(name, saved->second.c_str(), 1);
-        }
+        dataDirs.reset();
+        dataHome.reset();
     }
 
     std::filesystem::path entry(const std::string& id, const std::string& name, const std::string& exec) {
@@ -165,7 +159,7 @@ protected:
     }
 
     TempDir dir{"tarnwick-x11"};
-    std::map<std::string, std::string> savedEnvironment;
+    std::optional<ScopedVariable> dataHome, dataDirs;
     std::unique_ptr<VirtualDisplay> display;
     std::unique_ptr<DisplayProbe> probe;
     std::vector<pid_t> pids;
