@@ -1,11 +1,12 @@
 # Fills the application's Info.plist template the way the Mac build does and
 # checks the keys macOS reads: an accessory app that may send Apple events.
-#   cmake -DTEMPLATE=packaging/Info.plist.in -DOUT=Info.plist -P info_plist_check.cmake
+#   cmake -DTEMPLATE=packaging/Info.plist.in -DOUT=Info.plist -DDEPLOYMENT_TARGET=13.3 -P info_plist_check.cmake
 set(MACOSX_BUNDLE_EXECUTABLE_NAME Tarnwick)
 set(MACOSX_BUNDLE_GUI_IDENTIFIER com.tarnwick.Tarnwick)
 set(MACOSX_BUNDLE_BUNDLE_NAME Tarnwick)
 set(MACOSX_BUNDLE_BUNDLE_VERSION 0.1.0)
 set(MACOSX_BUNDLE_SHORT_VERSION_STRING 0.1.0)
+set(CMAKE_OSX_DEPLOYMENT_TARGET ${DEPLOYMENT_TARGET})
 configure_file(${TEMPLATE} ${OUT})
 file(READ ${OUT} plist)
 
@@ -33,7 +34,11 @@ expect(CFBundlePackageType "<string>APPL</string>")
 expect(CFBundleInfoDictionaryVersion "<string>6.0</string>")
 expect(CFBundleShortVersionString "<string>0.1.0</string>")
 expect(CFBundleVersion "<string>0.1.0</string>")
-expect(LSMinimumSystemVersion "<string>13.0</string>")
+# The oldest system the build targets, and no other.
+if(NOT DEPLOYMENT_TARGET MATCHES "^1[3-9]\\.[0-9]+$")
+  message(FATAL_ERROR "deployment target '${DEPLOYMENT_TARGET}' is not a macOS 13 or later version")
+endif()
+expect(LSMinimumSystemVersion "<string>${DEPLOYMENT_TARGET}</string>")
 expect(LSUIElement "<true/>")
 expect(NSAppleEventsUsageDescription "<string>Tarnwick asks your browsers")
 
