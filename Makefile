@@ -14,6 +14,8 @@ test: deps
 	cmake --preset default
 	cmake --build --preset default
 	ctest --preset default
+	sh tools/macos-cross-check
+	sh tests/macos/cross_check_rejects_mistakes.sh
 	cmake --preset sanitize
 	cmake --build --preset sanitize
 	ctest --preset sanitize
