@@ -66,6 +66,31 @@ mutate src/session/workspace_mac.mm workspace.mm \
     's/(__bridge_retained const void\*)app/(const void*)app/'
 expect_rejected workspace.mm "requires a bridged cast"
 
+# BOOL is bool on arm64: a signed char out-parameter only passes as on x86_64.
+mutate src/session/workspace_mac.mm boolean.mm \
+    's/return file != nil \&\& \[NSFileManager.defaultManager fileExistsAtPath:file\];/signed char folder = 0; return file != nil \&\& [NSFileManager.defaultManager fileExistsAtPath:file isDirectory:\&folder];/'
+expect_rejected boolean.mm "parameter of type 'BOOL \* _Nullable' (aka 'bool \*') with an rvalue of type 'signed char \*'" \
+    "boolean.mm fails as built for arm64"
+if grep -q "fails as built for x86_64" "$work/boolean.mm.log"; then
+    fail "boolean.mm: rejected as built for x86_64, where BOOL is signed char"
+fi
+
+# The result of a dispatch call marked warn_unused_result, dropped.
+mutate src/app/shell_mac.mm dropped.mm \
+    's/void signal() override { dispatch_semaphore_signal(semaphore_); }/void signal() override { dispatch_semaphore_signal(semaphore_); dispatch_time(DISPATCH_TIME_NOW, 0); }/'
+expect_rejected dropped.mm "ignoring return value of function declared with 'warn_unused_result' attribute"
+
+# CMake builds a .cpp file as plain C++: no Objective-C in it.
+mutate src/store/boot_time_mac.cpp plain.cpp \
+    's/if (sysctl(name, 2, \&boot, \&size, nullptr, 0) != 0) return std::nullopt;/@autoreleasepool { if (sysctl(name, 2, \&boot, \&size, nullptr, 0) != 0) return std::nullopt; }/'
+expect_rejected plain.cpp "plain.cpp:[0-9]*:[0-9]*: error: expected expression"
+# The same text is fine where CMake builds Objective-C++.
+cp "$work/plain.cpp" "$work/plain.mm"
+if ! "$check" "$clang" "$work/plain.mm" >"$work/plain.mm.log" 2>&1; then
+    fail "plain.mm: the same source as Objective-C++ was rejected"
+    cat "$work/plain.mm.log"
+fi
+
 if [ "$failures" -ne 0 ]; then
     echo "$failures check(s) failed"
     exit 1

@@ -3,6 +3,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <objc/objc.h>
+#include <os/availability.h>
 #include <stdint.h>
 
 #define NS_ASSUME_NONNULL_BEGIN _Pragma("clang assume_nonnull begin")
@@ -18,9 +19,6 @@
 #else
 #define FOUNDATION_EXPORT extern
 #endif
-#define API_AVAILABLE(...)
-#define API_UNAVAILABLE(...)
-#define API_DEPRECATED(...)
 
 typedef long NSInteger;
 typedef unsigned long NSUInteger;
@@ -123,6 +121,7 @@ typedef struct {
 @property (readonly) NSTimeInterval timeIntervalSince1970;
 @end
 @interface NSDate (NSDateCreation)
++ (instancetype)dateWithTimeIntervalSinceNow:(NSTimeInterval)secs;
 + (instancetype)dateWithTimeIntervalSince1970:(NSTimeInterval)secs;
 @end
 
@@ -172,11 +171,27 @@ FOUNDATION_EXPORT SEL NSSelectorFromString(NSString* aSelectorName);
 
 // NSTimer.h: interval, repeats, block.
 @interface NSTimer : NSObject
++ (NSTimer*)timerWithTimeInterval:(NSTimeInterval)interval
+                          repeats:(BOOL)repeats
+                            block:(void (^)(NSTimer* timer))block API_AVAILABLE(macosx(10.12));
 + (NSTimer*)scheduledTimerWithTimeInterval:(NSTimeInterval)interval
                                    repeats:(BOOL)repeats
                                      block:(void (^)(NSTimer* timer))block API_AVAILABLE(macosx(10.12));
 - (void)invalidate;
 @property (readonly, getter=isValid) BOOL valid;
+@end
+
+// NSObjCRuntime.h, NSRunLoop.h
+typedef NSString* NSRunLoopMode NS_TYPED_EXTENSIBLE_ENUM;
+FOUNDATION_EXPORT NSRunLoopMode const NSDefaultRunLoopMode;
+FOUNDATION_EXPORT NSRunLoopMode const NSRunLoopCommonModes API_AVAILABLE(macos(10.5));
+@interface NSRunLoop : NSObject
+@property (class, readonly, strong) NSRunLoop* currentRunLoop;
+@property (class, readonly, strong) NSRunLoop* mainRunLoop API_AVAILABLE(macos(10.5));
+- (void)addTimer:(NSTimer*)timer forMode:(NSRunLoopMode)mode;
+@end
+@interface NSRunLoop (NSRunLoopConveniences)
+- (BOOL)runMode:(NSRunLoopMode)mode beforeDate:(NSDate*)limitDate;
 @end
 
 // NSPathUtilities.h
@@ -229,6 +244,7 @@ typedef NSString* NSFileAttributeKey NS_TYPED_EXTENSIBLE_ENUM;
                      attributes:(nullable NSDictionary<NSFileAttributeKey, id>*)attributes
                           error:(NSError**)error API_AVAILABLE(macos(10.7));
 - (BOOL)fileExistsAtPath:(NSString*)path;
+- (BOOL)fileExistsAtPath:(NSString*)path isDirectory:(nullable BOOL*)isDirectory;
 @end
 
 // NSNotification.h

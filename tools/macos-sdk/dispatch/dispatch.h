@@ -1,8 +1,12 @@
 // libdispatch as the SDK declares it for Objective-C with ARC: queues and
-// semaphores are Objective-C objects that ARC retains and releases.
+// semaphores are Objective-C objects that ARC retains and releases. The SDK's
+// attributes are kept: a create call whose result is dropped is an error under
+// -Werror, as on a Mac. Darwin's 64-bit integers are long long, not glibc's
+// long, so they are spelt out here.
 #pragma once
 
 #include <stdint.h>
+#include <os/availability.h>
 
 #ifdef __OBJC__
 #include <Foundation/Foundation.h>
@@ -47,8 +51,23 @@ DISPATCH_DECL(dispatch_queue_attr);
 DISPATCH_DECL(dispatch_semaphore);
 DISPATCH_DECL(dispatch_group);
 
-typedef uint64_t dispatch_time_t;
+typedef unsigned long long dispatch_time_t;  // uint64_t on Darwin
 typedef void (^dispatch_block_t)(void);
+
+#define DISPATCH_NOTHROW __attribute__((__nothrow__))
+#define DISPATCH_NONNULL2 __attribute__((__nonnull__(2)))
+#define DISPATCH_NONNULL3 __attribute__((__nonnull__(3)))
+#define DISPATCH_NONNULL_ALL __attribute__((__nonnull__))
+#define DISPATCH_CONST __attribute__((__const__))
+#define DISPATCH_WARN_RESULT __attribute__((__warn_unused_result__))
+#define DISPATCH_MALLOC __attribute__((__malloc__))
+#define DISPATCH_NOESCAPE __attribute__((__noescape__))
+#define DISPATCH_EXPORT extern __attribute__((visibility("default")))
+#ifdef __OBJC__
+#define DISPATCH_RETURNS_RETAINED __attribute__((__ns_returns_retained__))
+#else
+#define DISPATCH_RETURNS_RETAINED
+#endif
 
 #ifdef __cplusplus
 extern "C" {
@@ -60,17 +79,27 @@ extern struct dispatch_queue_s _dispatch_main_q;
 static inline dispatch_queue_main_t _Nonnull dispatch_get_main_queue(void) {
     return DISPATCH_GLOBAL_OBJECT(dispatch_queue_main_t, _dispatch_main_q);
 }
+API_AVAILABLE(macos(10.6)) DISPATCH_EXPORT DISPATCH_CONST DISPATCH_WARN_RESULT DISPATCH_NOTHROW
 dispatch_queue_global_t _Nonnull dispatch_get_global_queue(intptr_t identifier, uintptr_t flags);
+API_AVAILABLE(macos(10.6)) DISPATCH_EXPORT DISPATCH_MALLOC DISPATCH_RETURNS_RETAINED DISPATCH_WARN_RESULT DISPATCH_NOTHROW
 dispatch_queue_t _Nonnull dispatch_queue_create(const char* _Nullable label, dispatch_queue_attr_t _Nullable attr);
 #ifdef __BLOCKS__
+API_AVAILABLE(macos(10.6)) DISPATCH_EXPORT DISPATCH_NONNULL_ALL DISPATCH_NOTHROW
 void dispatch_async(dispatch_queue_t _Nonnull queue, dispatch_block_t _Nonnull block);
-void dispatch_sync(dispatch_queue_t _Nonnull queue, dispatch_block_t _Nonnull block);
+API_AVAILABLE(macos(10.6)) DISPATCH_EXPORT DISPATCH_NONNULL_ALL DISPATCH_NOTHROW
+void dispatch_sync(dispatch_queue_t _Nonnull queue, DISPATCH_NOESCAPE dispatch_block_t _Nonnull block);
+API_AVAILABLE(macos(10.6)) DISPATCH_EXPORT DISPATCH_NONNULL2 DISPATCH_NONNULL3 DISPATCH_NOTHROW
 void dispatch_after(dispatch_time_t when, dispatch_queue_t _Nonnull queue, dispatch_block_t _Nonnull block);
 #endif
-dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta);
+API_AVAILABLE(macos(10.6)) DISPATCH_EXPORT DISPATCH_WARN_RESULT DISPATCH_NOTHROW
+dispatch_time_t dispatch_time(dispatch_time_t when, long long delta);  // delta: int64_t on Darwin
+API_AVAILABLE(macos(10.6)) DISPATCH_EXPORT DISPATCH_MALLOC DISPATCH_RETURNS_RETAINED DISPATCH_WARN_RESULT DISPATCH_NOTHROW
 dispatch_semaphore_t _Nonnull dispatch_semaphore_create(intptr_t value);
+API_AVAILABLE(macos(10.6)) DISPATCH_EXPORT DISPATCH_NONNULL_ALL DISPATCH_NOTHROW
 intptr_t dispatch_semaphore_wait(dispatch_semaphore_t _Nonnull dsema, dispatch_time_t timeout);
+API_AVAILABLE(macos(10.6)) DISPATCH_EXPORT DISPATCH_NONNULL_ALL DISPATCH_NOTHROW
 intptr_t dispatch_semaphore_signal(dispatch_semaphore_t _Nonnull dsema);
+API_AVAILABLE(macos(10.6)) DISPATCH_EXPORT DISPATCH_MALLOC DISPATCH_RETURNS_RETAINED DISPATCH_WARN_RESULT DISPATCH_NOTHROW
 dispatch_group_t _Nonnull dispatch_group_create(void);
 
 #ifdef __cplusplus
