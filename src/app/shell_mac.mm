@@ -97,9 +97,9 @@ public:
         dispatch_after(fromNow(seconds), dispatch_get_main_queue(), ^{ task(); });
     }
     std::shared_ptr<tarnwick::MenuBar::Timer> repeating(double interval, Task tick) override {
-        NSTimer* timer = [NSTimer scheduledTimerWithTimeInterval:interval
-                                                         repeats:YES
-                                                           block:^(NSTimer* _Nonnull) { tick(); }];
+        NSTimer* timer = [NSTimer timerWithTimeInterval:interval repeats:YES block:^(NSTimer* _Nonnull) { tick(); }];
+        // In the common modes, so that timed snapshots also fire while the menu or an alert is open.
+        [NSRunLoop.mainRunLoop addTimer:timer forMode:NSRunLoopCommonModes];
         return std::make_shared<MacTimer>(timer);
     }
     std::shared_ptr<tarnwick::MenuBar::Signal> makeSignal() override { return std::make_shared<MacSignal>(); }

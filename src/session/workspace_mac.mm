@@ -7,6 +7,7 @@
 #import <AppKit/AppKit.h>
 #include <dispatch/dispatch.h>
 
+#include <algorithm>
 #include <chrono>
 #include <mutex>
 #include <thread>
@@ -213,7 +214,25 @@ public:
     }
 
     void sleep(double seconds) override {
-        if (seconds > 0) std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+        if (seconds <= 0) return;
+        if (!NSThread.isMainThread) {
+            std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+            return;
+        }
+        // HACK: NSRunningApplication learns that a launch has finished only as
+        // the main run loop turns. The command-line restore waits on the main
+        // thread, so it turns the loop for as long as it waits.
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+        for (;;) {
+            double left = std::chrono::duration<double>(deadline - std::chrono::steady_clock::now()).count();
+            if (left <= 0) return;
+            @autoreleasepool {
+                NSDate* limit = [NSDate dateWithTimeIntervalSinceNow:left];
+                // NO: the loop has no sources yet and returned at once; wait a little instead.
+                if (![NSRunLoop.currentRunLoop runMode:NSDefaultRunLoopMode beforeDate:limit])
+                    std::this_thread::sleep_for(std::chrono::duration<double>(std::min(left, 0.01)));
+            }
+        }
     }
 };
 
