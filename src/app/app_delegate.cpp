@@ -132,6 +132,9 @@ void AppDelegate::restore(const Snapshot& snapshot) {
             shell_.openURL(accessibilitySettingsURL);
             return;
         }
+        // The alert is modal but the main queue keeps turning under it: a save
+        // (the one a minute after launch, a timed one) may have started meanwhile.
+        if (busy_) return;
     }
     busy_ = "Restoring\u2026";
     // No timed snapshot while windows are moving; the report arms a new timer.

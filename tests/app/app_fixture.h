@@ -37,6 +37,13 @@ protected:
         return pid;
     }
 
+    // A browser whose scripts never answer: its capture runs into the time-out.
+    void startHungBrowser() {
+        SimAppSpec chrome = appSpec("com.google.Chrome", "/Applications/Google Chrome.app", "Google Chrome");
+        chrome.scripts = ScriptFault::hang;
+        desktop.startApp(chrome);
+    }
+
     // The delegate's launch sequence, and the work it queued.
     void launch() {
         delegate->applicationDidFinishLaunching();

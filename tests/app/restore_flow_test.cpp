@@ -149,6 +149,28 @@ TEST_F(RestoreFlowTest, WithoutTrustRestoreAnywayRunsAsWhenTrusted) {
     EXPECT_THAT(shell.openedURLs, IsEmpty());
 }
 
+TEST_F(RestoreFlowTest, ASaveThatStartsWhileTheWarningIsOpenDropsTheRestore) {
+    startNotes();
+    startHungBrowser();  // the launch snapshot takes 20 s, so it outlasts the warning
+    shell.integers["autosaveMinutes"] = 5;
+    launch();
+    desktop.trusted = false;
+    shell.alertAnswers = {0};
+    shell.alertOpenFor = 70;  // the snapshot a minute after launch starts under the warning
+    delegate->restore(notesSession());
+
+    ASSERT_EQ(shell.alerts.size(), 1u);
+    EXPECT_EQ(shell.alerts[0].message, "Accessibility access is off");
+    EXPECT_EQ(delegate->busy(), "Saving…") << "the save is still running when the warning closes";
+    shell.settle();
+
+    EXPECT_EQ(shell.alerts.size(), 1u) << "no report: the restore never ran";
+    EXPECT_THAT(logLines("restore"), IsEmpty());
+    // Without access the generic windows are not listed.
+    EXPECT_THAT(logLines("save"), ElementsAre("save (auto): 2 apps \u00B7 0 windows"));
+    EXPECT_FALSE(delegate->busy());
+}
+
 TEST_F(RestoreFlowTest, NoProblemsAndNoTabsEndsTheTextWithWindows) {
     MenuBar::Alert alert = MenuBar::restoreReport(Restore::Result{3, 11, 0, {}});
     EXPECT_EQ(alert.message, "Session restored");

@@ -9,16 +9,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class SaveTest : public AppTest {
-protected:
-    // A browser whose scripts never answer: its capture runs into the time-out.
-    void startHungBrowser() {
-        SimAppSpec chrome = appSpec("com.google.Chrome", "/Applications/Google Chrome.app", "Google Chrome");
-        chrome.scripts = ScriptFault::hang;
-        desktop.startApp(chrome);
-    }
-
-};
+class SaveTest : public AppTest {};
 
 TEST_F(SaveTest, CapturesStoresLogsAndThenRecordsTheDate) {
     startNotes();

@@ -121,6 +121,38 @@ void SimShell::runFor(double seconds) {
     if (desktop_.now() < target) desktop_.passTime(target - desktop_.now());
 }
 
+void SimShell::runUntil(double deadline) {
+    std::unique_lock guard(lock_);
+    for (;;) {
+        std::optional<Due> due = nextDue(std::min(desktop_.now(), deadline));
+        if (!main_.empty() && main_.front().at <= deadline && (!due || main_.front().at <= due->at)) {
+            MenuBar::Task task = std::move(main_.front().task);
+            main_.pop_front();
+            guard.unlock();
+            task();
+            guard.lock();
+            continue;
+        }
+        if (due) {
+            guard.unlock();
+            fire(*due);
+            guard.lock();
+            continue;
+        }
+        if (desktop_.now() >= deadline) return;
+        if (workIdle()) {
+            // Nothing runs that could move the clock: move it to the next event or the deadline.
+            std::optional<Due> next = nextDue(deadline);
+            double to = next ? next->at : deadline;
+            guard.unlock();
+            if (to > desktop_.now()) desktop_.passTime(to - desktop_.now());
+            guard.lock();
+            continue;
+        }
+        changed_.wait_for(guard, std::chrono::milliseconds(1));
+    }
+}
+
 MenuBar::Menu SimShell::openMenu() { return buildMenu_ ? buildMenu_() : MenuBar::Menu{}; }
 
 void SimShell::choose(const MenuBar::MenuItem& item) {
@@ -222,6 +254,7 @@ void SimShell::activate() { ++activations; }
 
 int SimShell::runAlert(const MenuBar::Alert& alert) {
     alerts.push_back(alert);
+    if (alertOpenFor > 0) runUntil(desktop_.now() + alertOpenFor);
     if (alertAnswers.empty()) return 0;
     int answer = alertAnswers.front();
     alertAnswers.pop_front();

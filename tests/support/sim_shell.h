@@ -40,6 +40,9 @@ public:
     // Lets `seconds` of virtual time pass on the main thread: queued work runs,
     // then timers tick and delayed calls run at their times, in time order.
     void runFor(double seconds);
+    // Runs main-thread events up to the virtual time `deadline` and returns then,
+    // also while work is still running.
+    void runUntil(double deadline);
     // The status menu as it would open now, and a click on one of its items.
     MenuBar::Menu openMenu();
     void choose(const MenuBar::MenuItem& item);
@@ -54,6 +57,10 @@ public:
     std::optional<MenuBar::Menu> mainMenu;
     std::vector<MenuBar::Alert> alerts;
     std::deque<int> alertAnswers;  // the buttons the user will press, first alert first; 0 when empty
+    // How long each alert stays open, in virtual time. Meanwhile the main thread
+    // runs posted tasks, timer ticks and delayed calls, as a modal run loop does;
+    // work still running when the user answers goes on after the alert.
+    double alertOpenFor = 0;
     int activations = 0;
     std::vector<std::string> openedURLs;
     std::vector<std::string> revealed;
