@@ -4,6 +4,7 @@
 #include "model/snapshot_json.h"
 #include "model/utf8.h"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <vector>
@@ -42,37 +43,27 @@ public:
     // Starts an array element.
     void element() { nextItem(); }
 
+    // Copies runs of characters that need no escape in one step each.
     void string(std::string_view s) {
         out += '"';
+        size_t run = 0;
         for (size_t i = 0; i < s.size();) {
-            char c = s[i];
-            switch (c) {
-                case '"': out += "\\\""; break;
-                case '\\': out += "\\\\"; break;
-                case '/': out += "\\/"; break;
-                case '\b': out += "\\b"; break;
-                case '\f': out += "\\f"; break;
-                case '\n': out += "\\n"; break;
-                case '\r': out += "\\r"; break;
-                case '\t': out += "\\t"; break;
-                default:
-                    if (static_cast<unsigned char>(c) < 0x20) {
-                        static const char hex[] = "0123456789abcdef";
-                        out += "\\u00";
-                        out += hex[(c >> 4) & 0xF];
-                        out += hex[c & 0xF];
-                    } else if (size_t n = utf8SequenceLength(s, i); n > 0) {
-                        out.append(s, i, n);
-                        i += n;
-                        continue;
-                    } else {
-                        // Text from outside should already be UTF-8; a stray byte
-                        // becomes U+FFFD so the file stays readable.
-                        out += "\xEF\xBF\xBD";
-                    }
+            auto c = static_cast<unsigned char>(s[i]);
+            if (c < 0x80 && plain[c]) {
+                ++i;
+                continue;
             }
-            ++i;
+            if (c >= 0x80) {
+                if (size_t n = utf8SequenceLength(s, i); n > 0) {
+                    i += n;
+                    continue;
+                }
+            }
+            out.append(s, run, i - run);
+            escape(c);
+            run = ++i;
         }
+        out.append(s, run, s.size() - run);
         out += '"';
     }
     void boolean(bool b) { out += b ? "true" : "false"; }
@@ -90,11 +81,41 @@ public:
         char buffer[32];
         out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, v).ptr);
     }
+    void escape(unsigned char c) {
+        switch (c) {
+            case '"': out += "\\\""; break;
+            case '\\': out += "\\\\"; break;
+            case '/': out += "\\/"; break;
+            case '\b': out += "\\b"; break;
+            case '\f': out += "\\f"; break;
+            case '\n': out += "\\n"; break;
+            case '\r': out += "\\r"; break;
+            case '\t': out += "\\t"; break;
+            default:
+                if (c < 0x20) {
+                    static const char hex[] = "0123456789abcdef";
+                    out += "\\u00";
+                    out += hex[(c >> 4) & 0xF];
+                    out += hex[c & 0xF];
+                } else {
+                    // Text from outside should already be UTF-8; a stray byte
+                    // becomes U+FFFD so the file stays readable.
+                    out += "\xEF\xBF\xBD";
+                }
+        }
+    }
     void fail(std::string reason) {
         if (error.empty()) error = std::move(reason);
     }
 
 private:
+    // ASCII characters written as they are.
+    static constexpr auto plain = [] {
+        std::array<bool, 128> table{};
+        for (unsigned c = 0x20; c < 0x80; ++c) table[c] = c != '"' && c != '\\' && c != '/';
+        return table;
+    }();
+
     struct Level {
         size_t count = 0;
         std::string_view lastKey;
@@ -167,11 +188,29 @@ void writeApp(Writer& w, const AppState& app) {
     w.endObject();
 }
 
+// About the size of the file: the texts (with room for escaped slashes) and the
+// fixed text around each record at its indentation, so that the output rarely grows.
+size_t estimatedSize(const Snapshot& snapshot) {
+    auto text = [](const std::string& t) { return t.size() + t.size() / 8 + 16; };
+    auto optionalText = [&](const std::optional<std::string>& t) { return t ? text(*t) + 24 : 0; };
+    size_t size = 256 + optionalText(snapshot.frontmost) + text(snapshot.reason);
+    for (const AppState& app : snapshot.apps) {
+        size += 200 + text(app.name) + optionalText(app.bundleID) + text(app.bundlePath);
+        for (const WindowState& window : app.windows)
+            size += 120 + optionalText(window.title) + optionalText(window.document) + (window.frame ? 120 : 0);
+        for (const ScriptedWindow& window : app.scripted) {
+            size += 120 + (window.frame ? 120 : 0);
+            for (const std::string& item : window.items) size += text(item);
+        }
+    }
+    return size;
+}
+
 }  // namespace
 
 std::optional<std::string> encodeSnapshot(const Snapshot& snapshot, std::string* error) {
     Writer w;
-    w.out.reserve(256 + snapshot.apps.size() * 512);
+    w.out.reserve(estimatedSize(snapshot));
     w.beginObject();
     w.key("apps"), w.beginArray();
     for (const auto& app : snapshot.apps) w.element(), writeApp(w, app);
