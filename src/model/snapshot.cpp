@@ -1,6 +1,8 @@
 // Equality, counts and the one-line summary of the session records.
 #include "model/snapshot.h"
 
+#include "model/utf8.h"
+
 namespace tarnwick {
 
 bool ScriptedWindow::operator==(const ScriptedWindow& other) const {
@@ -34,6 +36,37 @@ std::string Snapshot::summary() const {
     std::string text = std::to_string(apps.size()) + " apps · " + std::to_string(windowCount()) + " windows";
     if (int64_t tabs = tabCount(); tabs >= 1) text += " · " + std::to_string(tabs) + " tabs";
     return text;
+}
+
+namespace {
+
+// Calls f on every text of the snapshot, stopping when it returns false.
+template <class S, class F>
+bool eachText(S& snapshot, F f) {
+    auto optional = [&](auto& text) { return !text || f(*text); };
+    if (!f(snapshot.reason) || !optional(snapshot.frontmost)) return false;
+    for (auto& app : snapshot.apps) {
+        if (!f(app.name) || !optional(app.bundleID) || !f(app.bundlePath)) return false;
+        for (auto& window : app.windows)
+            if (!optional(window.title) || !optional(window.document)) return false;
+        for (auto& window : app.scripted)
+            for (auto& item : window.items)
+                if (!f(item)) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool textsAreValidUtf8(const Snapshot& snapshot) {
+    return eachText(snapshot, [](const std::string& text) { return isValidUtf8(text); });
+}
+
+void makeTextsValidUtf8(Snapshot& snapshot) {
+    eachText(snapshot, [](std::string& text) {
+        if (!isValidUtf8(text)) text = validUtf8(text);
+        return true;
+    });
 }
 
 }  // namespace tarnwick

@@ -65,6 +65,12 @@ struct Snapshot {
     std::string summary() const;
 };
 
+// Whether every text of the snapshot is valid UTF-8.
+bool textsAreValidUtf8(const Snapshot& snapshot);
+// Makes every text valid UTF-8 the way the file form writes it, so that the
+// snapshot equals what reading its file gives back.
+void makeTextsValidUtf8(Snapshot& snapshot);
+
 // Same length and pairwise equal, in order; a list is equal to itself without
 // looking at its elements (so a list holding a NaN frame still equals itself).
 template <typename T>

@@ -36,6 +36,9 @@ struct Where {
 class Reader {
 public:
     std::string error;
+    // False: every check is made but nothing is kept, for a caller that only
+    // needs to know whether a file is a snapshot, and its date.
+    bool build = true;
 
     bool fail(const Where& where, std::string_view what) {
         if (error.empty()) {
@@ -64,9 +67,13 @@ public:
 
     bool text(element value, const Where& where, std::string& out) {
         std::string_view view;
-        if (value.get_string().get(view) != simdjson::SUCCESS) return fail(where, "is not a string");
-        out.assign(view);
+        if (!textView(value, where, view)) return false;
+        if (build) out.assign(view);
         return true;
+    }
+
+    bool textView(element value, const Where& where, std::string_view& out) {
+        return value.get_string().get(out) == simdjson::SUCCESS || fail(where, "is not a string");
     }
 
     bool flag(element value, const Where& where, bool& out) {
@@ -148,8 +155,14 @@ public:
             !integer(activeIndex, where.child("activeIndex"), out.activeIndex))
             return false;
         Where itemsWhere = where.child("items");
-        out.items.reserve(list.size());
         size_t i = 0;
+        if (!build) {
+            std::string_view ignored;
+            for (element item : list)
+                if (!textView(item, itemsWhere.at(i++), ignored)) return false;
+            return true;
+        }
+        out.items.reserve(list.size());
         for (element item : list)
             if (!text(item, itemsWhere.at(i++), out.items.emplace_back())) return false;
         return true;
@@ -161,8 +174,15 @@ public:
         simdjson::dom::array items;
         Where where = parent.child(key);
         if (!required(obj, key, parent, value) || !array(value, where, items)) return false;
-        out.reserve(items.size());
         size_t i = 0;
+        if (!build) {
+            // One record, read into again and again, only for its checks.
+            T scratch;
+            for (element item : items)
+                if (!(this->*readOne)(item, where.at(i++), scratch)) return false;
+            return true;
+        }
+        out.reserve(items.size());
         for (element item : items)
             if (!(this->*readOne)(item, where.at(i++), out.emplace_back())) return false;
         return true;
@@ -171,15 +191,15 @@ public:
     bool app(element value, const Where& where, AppState& out) {
         object obj;
         element name, bundlePath, kind, hidden;
-        std::string kindText;
+        std::string_view kindText;
         if (!asObject(value, where, obj) || !required(obj, "name", where, name) ||
             !text(name, where.child("name"), out.name) || !optionalText(obj, "bundleID", where, out.bundleID) ||
             !required(obj, "bundlePath", where, bundlePath) ||
             !text(bundlePath, where.child("bundlePath"), out.bundlePath) || !required(obj, "kind", where, kind) ||
-            !text(kind, where.child("kind"), kindText))
+            !textView(kind, where.child("kind"), kindText))
             return false;
         auto parsedKind = appKindFrom(kindText);
-        if (!parsedKind) return fail(where.child("kind"), "is an unknown kind \"" + kindText + "\"");
+        if (!parsedKind) return fail(where.child("kind"), "is an unknown kind \"" + std::string(kindText) + "\"");
         out.kind = *parsedKind;
         return required(obj, "hidden", where, hidden) && flag(hidden, where.child("hidden"), out.hidden) &&
                list(obj, "windows", where, out.windows, &Reader::window) &&
@@ -190,12 +210,13 @@ public:
         Where where;
         object obj;
         element date, reason;
-        std::string dateText;
+        std::string_view dateText;
         if (!asObject(root, where, obj) || !required(obj, "date", where, date) ||
-            !text(date, where.child("date"), dateText))
+            !textView(date, where.child("date"), dateText))
             return false;
         auto parsedDate = isoDateFrom(dateText);
-        if (!parsedDate) return fail(where.child("date"), "is not an ISO 8601 date: \"" + dateText + "\"");
+        if (!parsedDate)
+            return fail(where.child("date"), "is not an ISO 8601 date: \"" + std::string(dateText) + "\"");
         out.date = *parsedDate;
         return required(obj, "reason", where, reason) && text(reason, where.child("reason"), out.reason) &&
                optionalText(obj, "frontmost", where, out.frontmost) &&
@@ -207,24 +228,48 @@ public:
 
 struct SnapshotDecoder::Parser {
     simdjson::dom::parser parser;
+
+    // The document's root; the text is copied into padded memory first unless it has the padding already.
+    std::optional<element> parse(std::string_view json, bool padded, std::string* error) {
+        element root;
+        if (auto code = parser.parse(json.data(), json.size(), !padded).get(root); code != simdjson::SUCCESS) {
+            if (error) *error = std::string("not valid JSON: ") + simdjson::error_message(code);
+            return std::nullopt;
+        }
+        return root;
+    }
+
+    std::optional<Snapshot> read(std::string_view json, bool padded, bool build, std::string* error) {
+        auto root = parse(json, padded, error);
+        if (!root) return std::nullopt;
+        Reader reader;
+        reader.build = build;
+        Snapshot snapshot;
+        if (!reader.snapshot(*root, snapshot)) {
+            if (error) *error = reader.error;
+            return std::nullopt;
+        }
+        return snapshot;
+    }
 };
+
+static_assert(SnapshotDecoder::padding >= simdjson::SIMDJSON_PADDING);
 
 SnapshotDecoder::SnapshotDecoder() : parser_(std::make_unique<Parser>()) {}
 SnapshotDecoder::~SnapshotDecoder() = default;
 
 std::optional<Snapshot> SnapshotDecoder::decode(std::string_view json, std::string* error) {
-    element root;
-    if (auto code = parser_->parser.parse(json.data(), json.size()).get(root); code != simdjson::SUCCESS) {
-        if (error) *error = std::string("not valid JSON: ") + simdjson::error_message(code);
-        return std::nullopt;
-    }
-    Reader reader;
-    Snapshot snapshot;
-    if (!reader.snapshot(root, snapshot)) {
-        if (error) *error = reader.error;
-        return std::nullopt;
-    }
-    return snapshot;
+    return parser_->read(json, false, true, error);
+}
+
+std::optional<Snapshot> SnapshotDecoder::decodePadded(std::string_view json, std::string* error) {
+    return parser_->read(json, true, true, error);
+}
+
+std::optional<Date> SnapshotDecoder::datePadded(std::string_view json, std::string* error) {
+    auto checked = parser_->read(json, true, false, error);
+    if (!checked) return std::nullopt;
+    return checked->date;
 }
 
 std::optional<Snapshot> decodeSnapshot(std::string_view json, std::string* error) {

@@ -32,4 +32,20 @@ bool isValidUtf8(std::string_view s) {
     return true;
 }
 
+std::string validUtf8(std::string_view s) {
+    std::string valid;
+    valid.reserve(s.size() + 8);
+    for (size_t i = 0; i < s.size();) {
+        size_t n = utf8SequenceLength(s, i);
+        if (n == 0) {
+            valid += "\xEF\xBF\xBD";
+            ++i;
+            continue;
+        }
+        valid.append(s, i, n);
+        i += n;
+    }
+    return valid;
+}
+
 }  // namespace tarnwick

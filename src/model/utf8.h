@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace tarnwick {
@@ -11,5 +12,9 @@ namespace tarnwick {
 size_t utf8SequenceLength(std::string_view s, size_t i);
 
 bool isValidUtf8(std::string_view s);
+
+// The text with each byte that starts no valid sequence replaced by U+FFFD, as
+// the snapshot writer replaces it.
+std::string validUtf8(std::string_view s);
 
 }  // namespace tarnwick

@@ -66,6 +66,9 @@ Snapshot snapshot(const std::string& reason) {
     snapshot.reason = reason;
     if (auto front = desktop.frontmostApplication()) snapshot.frontmost = desktop.appInfo(*front).bundleID;
     snapshot.apps = std::move(apps);
+    // Names, paths and titles come from other programs; the file can only hold
+    // UTF-8, and the session must equal its own file, or it never counts as unchanged.
+    makeTextsValidUtf8(snapshot);
     return snapshot;
 }
 

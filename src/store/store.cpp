@@ -9,7 +9,13 @@
 #include "store/unique_fd.h"
 
 #include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <cstdint>
 #include <ctime>
+#include <map>
+#include <mutex>
+#include <string_view>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -17,24 +23,191 @@ namespace tarnwick::Store {
 
 namespace {
 
-// The whole content of a file; nothing when it cannot be read.
-std::optional<std::string> readFile(const std::filesystem::path& path) {
-    UniqueFd fd(retryOnEintr([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
+// A save still writing keeps its temporary file younger than this; an older one
+// was left by a save that was killed, and prune removes it.
+constexpr auto staleTemporaryAge = std::chrono::minutes(10);
+
+// What a look at the folder found, without opening anything.
+struct Folder {
+    std::vector<std::filesystem::path> snapshots;    // regular files named *.json, in listing order
+    std::vector<std::filesystem::path> temporaries;  // our own temporary files, stale ones only
+};
+
+// Whether the name is that of a temporary file a save makes: ".2026-03-14_09-26-53.json.XXXXXX".
+bool isOurTemporaryName(const std::string& name) {
+    static constexpr std::string_view shape = ".0000-00-00_00-00-00.json.XXXXXX";
+    if (name.size() != shape.size()) return false;
+    for (size_t i = 0; i < shape.size(); ++i) {
+        auto c = static_cast<unsigned char>(name[i]);
+        bool fits = shape[i] == '0' ? std::isdigit(c) != 0 : shape[i] == 'X' ? std::isalnum(c) != 0 : c == shape[i];
+        if (!fits) return false;
+    }
+    return true;
+}
+
+bool isStale(const std::filesystem::path& path) {
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+    auto modified = std::chrono::system_clock::from_time_t(info.st_mtime);
+    return std::chrono::system_clock::now() - modified > staleTemporaryAge;
+}
+
+// Looks through the folder without following anything but a link to a regular
+// file, and without throwing: a read error ends the look with what it found.
+Folder look() {
+    Folder folder;
+    std::error_code code;
+    std::filesystem::directory_iterator item(supportDir(), code);
+    for (; !code && item != std::filesystem::directory_iterator(); item.increment(code)) {
+        const std::filesystem::path& path = item->path();
+        std::string name = path.filename().string();
+        if (isOurTemporaryName(name)) {
+            if (isStale(path)) folder.temporaries.push_back(path);
+            continue;
+        }
+        if (path.extension() != ".json") continue;
+        // A pipe, a device or a folder is never opened: opening a pipe blocks.
+        std::error_code typeCode;
+        if (!item->is_regular_file(typeCode) || typeCode) continue;
+        folder.snapshots.push_back(path);
+    }
+    return folder;
+}
+
+// Reads a whole file into `buffer`, followed by the padding the decoder may read;
+// the text's length, or nothing when it cannot be read. One read for a file that
+// does not grow meanwhile. `read` receives what fstat said of the file read.
+std::optional<size_t> readFile(const std::filesystem::path& path, std::string& buffer, struct stat* read = nullptr) {
+    // Not blocking, in case a pipe took the file's place since the look.
+    UniqueFd fd(retryOnEintr([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
     struct stat info {};
     if (!fd || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
-    std::string content;
+    if (read) *read = info;
     // One byte more than the file, so the read that finds its end needs no growth.
-    content.resize(static_cast<size_t>(info.st_size) + 1);
+    size_t capacity = static_cast<size_t>(info.st_size) + 1;
     size_t filled = 0;
     for (;;) {
-        if (filled == content.size()) content.resize(content.size() + 4096);
-        ssize_t n = retryOnEintr([&] { return ::read(fd.get(), content.data() + filled, content.size() - filled); });
+        if (buffer.size() < capacity + SnapshotDecoder::padding) buffer.resize(capacity + SnapshotDecoder::padding);
+        ssize_t n = retryOnEintr([&] { return ::read(fd.get(), buffer.data() + filled, capacity - filled); });
         if (n < 0) return std::nullopt;
         if (n == 0) break;
         filled += static_cast<size_t>(n);
+        if (filled == capacity) capacity += 4096;
     }
-    content.resize(filled);
-    return content;
+    return filled;
+}
+
+// Each thread keeps its own parser and read buffer between calls: the store is
+// used from the main thread and the work queue, and a parser is not shared.
+struct Reading {
+    SnapshotDecoder decoder;
+    std::string buffer;
+};
+Reading& reading() {
+    thread_local Reading state;
+    return state;
+}
+
+std::optional<Snapshot> readSnapshot(const std::filesystem::path& path) {
+    Reading& state = reading();
+    auto length = readFile(path, state.buffer);
+    if (!length) return std::nullopt;
+    return state.decoder.decodePadded(std::string_view(state.buffer.data(), *length));
+}
+
+// A readable snapshot file whose records were checked but not built.
+struct Dated {
+    std::filesystem::path url;
+    Date date;
+};
+
+void newestFirst(std::vector<Dated>& files) {
+    std::stable_sort(files.begin(), files.end(), [](const Dated& a, const Dated& b) { return a.date > b.date; });
+}
+
+// A file as stat describes it: any write, rename or replacement changes it.
+struct Identity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    std::int64_t modified = 0;  // nanoseconds
+    std::int64_t changed = 0;   // nanoseconds; no program can set this one
+    bool operator==(const Identity&) const = default;
+};
+
+Identity identityOf(const struct stat& info) {
+#if defined(__APPLE__)
+    const struct timespec& modified = info.st_mtimespec;
+    const struct timespec& changed = info.st_ctimespec;
+#else
+    const struct timespec& modified = info.st_mtim;
+    const struct timespec& changed = info.st_ctim;
+#endif
+    auto nanoseconds = [](const struct timespec& t) { return std::int64_t{t.tv_sec} * 1'000'000'000 + t.tv_nsec; };
+    return {info.st_dev, info.st_ino, info.st_size, nanoseconds(modified), nanoseconds(changed)};
+}
+
+// What checking each file of the folder found, kept between calls so that a
+// save checks only the files that changed since the last one. A file is known
+// by its identity, never by its name alone.
+struct Checked {
+    Identity identity;
+    std::optional<Date> date;  // nothing: not a readable snapshot
+};
+std::mutex checkedLock;
+std::map<std::filesystem::path, Checked>& checkedFiles() {
+    static std::map<std::filesystem::path, Checked> files;
+    return files;
+}
+
+// Checks one file, reading it: its identity as read, and its date when it is a snapshot.
+std::optional<Checked> check(const std::filesystem::path& path) {
+    Reading& state = reading();
+    struct stat info {};
+    auto length = readFile(path, state.buffer, &info);
+    if (!length) return std::nullopt;
+    return Checked{identityOf(info), state.decoder.datePadded(std::string_view(state.buffer.data(), *length))};
+}
+
+// The readable snapshots of the folder with their dates, newest first, as all()
+// would list them.
+std::vector<Dated> dated(const Folder& folder) {
+    std::lock_guard guard(checkedLock);
+    auto& known = checkedFiles();
+    std::map<std::filesystem::path, Checked> now;
+    std::vector<Dated> files;
+    for (const auto& path : folder.snapshots) {
+        struct stat info {};
+        if (::stat(path.c_str(), &info) != 0) continue;
+        std::optional<Checked> result;
+        if (auto found = known.find(path); found != known.end() && found->second.identity == identityOf(info))
+            result = found->second;
+        else
+            result = check(path);
+        if (!result) continue;  // unreadable now: looked at again next time
+        if (result->date) files.push_back({path, *result->date});
+        now.emplace(path, *result);
+    }
+    // Files that are gone are forgotten.
+    known = std::move(now);
+    newestFirst(files);
+    return files;
+}
+
+// The newest snapshot taken strictly before the boot, in a dated listing; null when none.
+const Dated* beforeBoot(const std::vector<Dated>& files) {
+    for (const auto& file : files)
+        if (file.date < bootTime()) return &file;
+    return nullptr;
+}
+
+// Deletes all but the `keep` newest and the newest pre-boot one, and the stale temporary files.
+void prune(const std::vector<Dated>& files, const Folder& folder) {
+    std::error_code ignored;  // a file that stays is tried again at the next prune
+    for (const auto& temporary : folder.temporaries) std::filesystem::remove(temporary, ignored);
+    const Dated* preBoot = beforeBoot(files);
+    for (size_t i = keep; i < files.size(); ++i)
+        if (&files[i] != preBoot) std::filesystem::remove(files[i].url, ignored);
 }
 
 }  // namespace
@@ -55,17 +228,8 @@ std::string fileName(Date date) {
 
 std::vector<Entry> all() {
     std::vector<Entry> entries;
-    std::error_code code;
-    std::filesystem::directory_iterator listing(supportDir(), code);
-    if (code) return entries;
-    SnapshotDecoder decoder;
-    for (const auto& item : listing) {
-        const std::filesystem::path& path = item.path();
-        if (path.extension() != ".json") continue;
-        auto content = readFile(path);
-        if (!content) continue;
-        if (auto snapshot = decoder.decode(*content)) entries.push_back({path, std::move(*snapshot)});
-    }
+    for (const auto& path : look().snapshots)
+        if (auto snapshot = readSnapshot(path)) entries.push_back({path, std::move(*snapshot)});
     std::stable_sort(entries.begin(), entries.end(),
                      [](const Entry& a, const Entry& b) { return a.snapshot.date > b.snapshot.date; });
     return entries;
@@ -78,29 +242,28 @@ const Entry* beforeBoot(const std::vector<Entry>& entries) {
 }
 
 std::optional<Snapshot> beforeBoot() {
-    auto entries = all();
-    const Entry* found = beforeBoot(entries);
-    return found ? std::optional<Snapshot>(found->snapshot) : std::nullopt;
+    auto files = dated(look());
+    const Dated* found = beforeBoot(files);
+    return found ? readSnapshot(found->url) : std::nullopt;
 }
 
 void prune() {
-    auto entries = all();
-    const Entry* preBoot = beforeBoot(entries);
-    if (entries.size() <= keep) return;
-    for (size_t i = keep; i < entries.size(); ++i) {
-        if (&entries[i] == preBoot) continue;
-        std::error_code ignored;  // a file that stays is tried again at the next prune
-        std::filesystem::remove(entries[i].url, ignored);
-    }
+    Folder folder = look();
+    prune(dated(folder), folder);
 }
 
 bool save(const Snapshot& snapshot) {
-    auto entries = all();
+    Folder folder = look();
+    auto files = dated(folder);
     // Only the newest readable snapshot counts, and only when it was taken during
     // this boot: the first save after a restart is always written.
-    if (!entries.empty()) {
-        const Snapshot& newest = entries.front().snapshot;
-        if (sameList(newest.apps, snapshot.apps) && newest.date > bootTime()) return false;
+    if (!files.empty() && files.front().date > bootTime()) {
+        auto newest = readSnapshot(files.front().url);
+        // Compared as it would be written: a stray byte in a text is written as U+FFFD.
+        std::optional<Snapshot> written;
+        if (!textsAreValidUtf8(snapshot)) makeTextsValidUtf8(written.emplace(snapshot));
+        const Snapshot& compared = written ? *written : snapshot;
+        if (newest && sameList(newest->apps, compared.apps)) return false;
     }
     std::filesystem::path url = supportDir() / fileName(snapshot.date);
     std::string error;
@@ -109,7 +272,11 @@ bool save(const Snapshot& snapshot) {
         log("save failed: " + error);
         return false;
     }
-    prune();
+    // The folder as it is now: the new file, in place of any of the same name.
+    std::erase_if(files, [&](const Dated& file) { return file.url == url; });
+    files.push_back({url, snapshot.date});
+    newestFirst(files);
+    prune(files, folder);
     return true;
 }
 

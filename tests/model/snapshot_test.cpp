@@ -1,5 +1,6 @@
 // Snapshot counts, summary and the equality rules of the records.
 #include "model/snapshot.h"
+#include "model/utf8.h"
 
 #include <gtest/gtest.h>
 
@@ -98,6 +99,35 @@ TEST(RecordEquality, AListIsEqualToItselfEvenWithANaNFrame) {
     EXPECT_TRUE(sameList(windows, windows));
     std::vector<WindowState> copy = windows;
     EXPECT_FALSE(sameList(windows, copy));
+}
+
+TEST(Utf8Repair, EachByteThatStartsNoSequenceBecomesOneReplacementCharacter) {
+    EXPECT_EQ(validUtf8("a\xFF" "b"), "a\xEF\xBF\xBD" "b");
+    EXPECT_EQ(validUtf8("\xE2\x82"), "\xEF\xBF\xBD\xEF\xBF\xBD") << "a cut sequence, byte by byte";
+    EXPECT_EQ(validUtf8("\xED\xA0\x80"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD") << "a surrogate";
+    EXPECT_EQ(validUtf8("caf\xC3\xA9 \xF0\x9F\x98\x80"), "caf\xC3\xA9 \xF0\x9F\x98\x80");
+}
+
+TEST(Utf8Repair, EveryTextOfASnapshotIsReachedAndValidOnesStay) {
+    const std::string bad = "\x80";
+    Snapshot snapshot{Date{}, "r" + bad, "f" + bad,
+                      {AppState{"n" + bad, "b" + bad, "p" + bad, AppKind::generic, false,
+                                {WindowState{"t" + bad, "d" + bad, std::nullopt, false, false}}, {}},
+                       AppState{"ok", std::nullopt, "/ok", AppKind::safari, false, {},
+                                {ScriptedWindow{std::nullopt, {"valid", "i" + bad}, 1}}}}};
+    EXPECT_FALSE(textsAreValidUtf8(snapshot));
+    makeTextsValidUtf8(snapshot);
+    EXPECT_TRUE(textsAreValidUtf8(snapshot));
+    const std::string fixed = "\xEF\xBF\xBD";
+    EXPECT_EQ(snapshot.reason, "r" + fixed);
+    EXPECT_EQ(snapshot.frontmost, "f" + fixed);
+    EXPECT_EQ(snapshot.apps[0].name, "n" + fixed);
+    EXPECT_EQ(snapshot.apps[0].bundleID, "b" + fixed);
+    EXPECT_EQ(snapshot.apps[0].bundlePath, "p" + fixed);
+    EXPECT_EQ(snapshot.apps[0].windows[0].title, "t" + fixed);
+    EXPECT_EQ(snapshot.apps[0].windows[0].document, "d" + fixed);
+    EXPECT_EQ(snapshot.apps[1].scripted[0].items, (std::vector<std::string>{"valid", "i" + fixed}));
+    EXPECT_EQ(snapshot.apps[1].bundleID, std::nullopt);
 }
 
 }  // namespace

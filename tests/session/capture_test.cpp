@@ -2,6 +2,9 @@
 // answered by a fake interpreter per application.
 #include "session/capture.h"
 
+#include "model/snapshot_json.h"
+#include "support/snapshot_gen.h"
+
 #include "support/fake_tools.h"
 #include "support/sim_desktop.h"
 #include "support/temp_dir.h"
@@ -210,6 +213,23 @@ TEST_F(SessionCaptureTest, DateIsTheDesktopClocksCurrentDate) {
     desktop.sleep(42);
     start("com.example.Editor", "/Applications/Editor.app", "Editor");
     EXPECT_EQ(Capture::snapshot("cli").date, desktop.startDate + std::chrono::seconds(42));
+}
+
+TEST_F(SessionCaptureTest, TextsThatAreNotUtf8AreCapturedAsTheirFileHoldsThem) {
+    const std::string bad = "\xC3(\xFF";
+    desktop.frontmost = start("com.example." + bad, "/Applications/Ed" + bad + "itor.app", "Editor" + bad);
+    SimWindow made = window("Draft" + bad, Frame{10, 40, 600, 400});
+    made.document = "file:///tmp/" + bad;
+    desktop.addWindow(*desktop.frontmost, made);
+
+    Snapshot snapshot = Capture::snapshot("auto");
+    ASSERT_EQ(snapshot.apps.size(), 1u);
+    EXPECT_TRUE(textsAreValidUtf8(snapshot));
+    EXPECT_EQ(snapshot.apps[0].name, "Editor\xEF\xBF\xBD(\xEF\xBF\xBD");
+    EXPECT_EQ(snapshot.frontmost, snapshot.apps[0].bundleID);
+    auto reread = decodeSnapshot(*encodeSnapshot(snapshot));
+    ASSERT_TRUE(reread);
+    EXPECT_TRUE(testing::sameSnapshot(*reread, snapshot)) << "the session equals its own file";
 }
 
 TEST_F(SessionCaptureTest, EmptyDesktopGivesAnEmptySnapshot) {
