@@ -1,13 +1,18 @@
 // Store and JSON benchmarks on a heavy session: 60 apps, 400 windows, 2,000 tabs.
 #include "model/snapshot_json.h"
+#include "store/atomic_file.h"
 #include "store/data_folder.h"
 #include "store/store.h"
 #include "support/snapshot_gen.h"
 #include "support/temp_dir.h"
 
 #include <benchmark/benchmark.h>
+#include <simdjson.h>
 
 #include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace tarnwick {
 namespace {
@@ -16,14 +21,26 @@ Snapshot heavy(int secondsAfterBoot = 3600) {
     return testing::heavySession(60, 400, 2000, Store::bootTime() + std::chrono::seconds(secondsAfterBoot));
 }
 
-// Listing and decoding a folder as full as pruning lets it get.
-void StoreAll(benchmark::State& state) {
-    for (int i = 0; i < 11; ++i) {
+// The folder as full as pruning lets it get: ten snapshots of this boot and
+// the one from before it, all heavy. Their total size.
+size_t fillFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(supportDir(), ignored);
+    std::filesystem::create_directories(supportDir());
+    for (int i = 0; i < 10; ++i) {
         Snapshot s = heavy(3600 + i);
         testing::writeText(supportDir() / Store::fileName(s.date), *encodeSnapshot(s));
     }
+    Snapshot preBoot = heavy(-3600);
+    testing::writeText(supportDir() / Store::fileName(preBoot.date), *encodeSnapshot(preBoot));
     size_t bytes = 0;
     for (const auto& name : testing::fileNames(supportDir())) bytes += std::filesystem::file_size(supportDir() / name);
+    return bytes;
+}
+
+// Listing and decoding that folder, as the menu does at every opening.
+void StoreAll(benchmark::State& state) {
+    size_t bytes = fillFolder();
     for (auto _ : state) {
         auto entries = Store::all();
         if (entries.size() != 11) state.SkipWithError("expected 11 snapshots");
@@ -34,6 +51,64 @@ void StoreAll(benchmark::State& state) {
     state.counters["folder_bytes"] = static_cast<double>(bytes);
 }
 BENCHMARK(StoreAll)->Unit(benchmark::kMillisecond);
+
+// The floor under StoreAll: reading the same files' bytes (one read each, into
+// one padded buffer) and simdjson's parse of them, building nothing.
+void StoreAllFloor(benchmark::State& state) {
+    size_t bytes = fillFolder();
+    std::vector<std::filesystem::path> files;
+    for (const auto& name : testing::fileNames(supportDir())) files.push_back(supportDir() / name);
+    simdjson::dom::parser parser;
+    std::string buffer;
+    for (auto _ : state) {
+        size_t parsed = 0;
+        for (const auto& file : files) {
+            int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+            struct stat info {};
+            ::fstat(fd, &info);
+            auto size = static_cast<size_t>(info.st_size);
+            if (buffer.size() < size + simdjson::SIMDJSON_PADDING) buffer.resize(size + simdjson::SIMDJSON_PADDING);
+            ssize_t n = ::read(fd, buffer.data(), size);
+            ::close(fd);
+            simdjson::dom::element root;
+            if (n == static_cast<ssize_t>(size) && parser.parse(buffer.data(), size, false).get(root) == simdjson::SUCCESS)
+                ++parsed;
+        }
+        if (parsed != files.size()) state.SkipWithError("a file did not parse");
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+}
+BENCHMARK(StoreAllFloor)->Unit(benchmark::kMillisecond);
+
+// A save that is written, with that folder present: the unchanged test, the
+// write and the prune back to eleven files.
+void StoreSave(benchmark::State& state) {
+    fillFolder();
+    Snapshot next = heavy(7200);
+    int second = 0;
+    for (auto _ : state) {
+        next.date += std::chrono::seconds(1);
+        // Never equal to the newest, so that every save writes.
+        next.apps.front().hidden = (++second % 2) == 1;
+        if (!Store::save(next)) state.SkipWithError("the save did not write");
+    }
+    state.counters["files_after"] = static_cast<double>(testing::fileNames(supportDir()).size());
+}
+BENCHMARK(StoreSave)->Unit(benchmark::kMillisecond);
+
+// What StoreSave cannot do without: encoding the same snapshot and writing it atomically.
+void StoreSaveFloor(benchmark::State& state) {
+    fillFolder();
+    Snapshot next = heavy(7200);
+    std::filesystem::path url = supportDir() / "floor.json";
+    for (auto _ : state) {
+        std::string error;
+        auto bytes = encodeSnapshot(next);
+        if (!bytes || !writeFileAtomically(url, *bytes, error)) state.SkipWithError("the write failed");
+    }
+    std::filesystem::remove(url);
+}
+BENCHMARK(StoreSaveFloor)->Unit(benchmark::kMillisecond);
 
 void EncodeSnapshot(benchmark::State& state) {
     Snapshot s = heavy();
