@@ -135,6 +135,9 @@ BENCHMARK(DecodeSnapshot)->Unit(benchmark::kMicrosecond);
 }  // namespace tarnwick
 
 int main(int argc, char** argv) {
+    // One process group for the benchmarks and all they start, so that it can
+    // be ended as one; each program started also dies with this process.
+    ::setpgid(0, 0);
     // The store's folder is fixed at first use: point it at a private folder first.
     tarnwick::testing::TempDir home("tarnwick-bench");
     setenv("XDG_DATA_HOME", (home.path() / "data").c_str(), 1);

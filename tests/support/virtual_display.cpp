@@ -29,9 +29,14 @@ struct FreeReply {
 template <class T>
 using Reply = std::unique_ptr<T, FreeReply>;
 
+// Every program started here dies with the process that started it, also when
+// that process is killed outright and cleans nothing up: setpriv sets the
+// parent-death signal, then becomes the program (same pid).
 ChildProcess startProgram(const std::string& program, const std::vector<std::string>& arguments) {
+    std::vector<std::string> wrapped{"--pdeathsig", "KILL", "--", programPath(program)};
+    wrapped.insert(wrapped.end(), arguments.begin(), arguments.end());
     int error = 0;
-    auto child = ChildProcess::start(programPath(program), arguments, ChildProcess::Input::inherit,
+    auto child = ChildProcess::start(programPath("setpriv"), wrapped, ChildProcess::Input::inherit,
                                      ChildProcess::ErrorOutput::discard, error);
     if (!child) fail("cannot start " + program + ": " + std::strerror(error));
     return std::move(*child);
