@@ -12,7 +12,8 @@ bool ScriptedWindow::operator==(const ScriptedWindow& other) const {
 bool AppState::operator==(const AppState& other) const {
     return name == other.name && bundleID == other.bundleID && bundlePath == other.bundlePath &&
            kind == other.kind && hidden == other.hidden && sameList(windows, other.windows) &&
-           sameList(scripted, other.scripted);
+           sameList(scripted, other.scripted) && commandLine == other.commandLine &&
+           workingDirectory == other.workingDirectory;
 }
 
 int64_t Snapshot::windowCount() const {
@@ -46,7 +47,11 @@ bool eachText(S& snapshot, F f) {
     auto optional = [&](auto& text) { return !text || f(*text); };
     if (!f(snapshot.reason) || !optional(snapshot.frontmost)) return false;
     for (auto& app : snapshot.apps) {
-        if (!f(app.name) || !optional(app.bundleID) || !f(app.bundlePath)) return false;
+        if (!f(app.name) || !optional(app.bundleID) || !f(app.bundlePath) || !optional(app.workingDirectory))
+            return false;
+        if (app.commandLine)
+            for (auto& word : *app.commandLine)
+                if (!f(word)) return false;
         for (auto& window : app.windows)
             if (!optional(window.title) || !optional(window.document)) return false;
         for (auto& window : app.scripted)

@@ -22,6 +22,11 @@ struct WindowState {
     std::optional<Frame> frame;
     bool minimized = false;
     bool fullScreen = false;
+    // Where the window manager says so (X11): the workspace, counted from 0, or
+    // -1 on every workspace; maximized along each axis. Absent elsewhere.
+    std::optional<std::int64_t> workspace = std::nullopt;
+    std::optional<bool> maximizedHorizontally = std::nullopt;
+    std::optional<bool> maximizedVertically = std::nullopt;
 
     bool operator==(const WindowState&) const = default;
 };
@@ -45,6 +50,11 @@ struct AppState {
     bool hidden = false;
     std::vector<WindowState> windows;      // filled for generic applications
     std::vector<ScriptedWindow> scripted;  // filled for every other kind
+    // Linux: the command line of a program known by no desktop entry, which a
+    // restore recognises it by and starts it with again; and the folder a
+    // terminal's shell was in. Absent elsewhere.
+    std::optional<std::vector<std::string>> commandLine = std::nullopt;
+    std::optional<std::string> workingDirectory = std::nullopt;
 
     bool operator==(const AppState& other) const;
 };

@@ -134,6 +134,18 @@ public:
         return frame(value, parent.child("frame"), out.emplace());
     }
 
+    bool optionalFlag(object obj, std::string_view key, const Where& parent, std::optional<bool>& out) {
+        element value;
+        if (!optional(obj, key, value)) return true;
+        return flag(value, parent.child(key), out.emplace());
+    }
+
+    bool optionalInteger(object obj, std::string_view key, const Where& parent, std::optional<int64_t>& out) {
+        element value;
+        if (!optional(obj, key, value)) return true;
+        return integer(value, parent.child(key), out.emplace());
+    }
+
     bool window(element value, const Where& where, WindowState& out) {
         object obj;
         element minimized, fullScreen;
@@ -142,7 +154,24 @@ public:
                required(obj, "minimized", where, minimized) &&
                flag(minimized, where.child("minimized"), out.minimized) &&
                required(obj, "fullScreen", where, fullScreen) &&
-               flag(fullScreen, where.child("fullScreen"), out.fullScreen);
+               flag(fullScreen, where.child("fullScreen"), out.fullScreen) &&
+               optionalInteger(obj, "workspace", where, out.workspace) &&
+               optionalFlag(obj, "maximizedHorizontally", where, out.maximizedHorizontally) &&
+               optionalFlag(obj, "maximizedVertically", where, out.maximizedVertically);
+    }
+
+    bool optionalTexts(object obj, std::string_view key, const Where& parent,
+                       std::optional<std::vector<std::string>>& out) {
+        element value;
+        simdjson::dom::array list;
+        if (!optional(obj, key, value)) return true;
+        Where where = parent.child(key);
+        if (!array(value, where, list)) return false;
+        auto& words = out.emplace();
+        size_t i = 0;
+        for (element item : list)
+            if (!text(item, where.at(i++), words.emplace_back())) return false;
+        return true;
     }
 
     bool scripted(element value, const Where& where, ScriptedWindow& out) {
@@ -203,7 +232,9 @@ public:
         out.kind = *parsedKind;
         return required(obj, "hidden", where, hidden) && flag(hidden, where.child("hidden"), out.hidden) &&
                list(obj, "windows", where, out.windows, &Reader::window) &&
-               list(obj, "scripted", where, out.scripted, &Reader::scripted);
+               list(obj, "scripted", where, out.scripted, &Reader::scripted) &&
+               optionalTexts(obj, "commandLine", where, out.commandLine) &&
+               optionalText(obj, "workingDirectory", where, out.workingDirectory);
     }
 
     bool snapshot(element root, Snapshot& out) {

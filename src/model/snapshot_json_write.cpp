@@ -157,8 +157,11 @@ void writeWindow(Writer& w, const WindowState& window) {
     if (window.document) w.key("document"), w.string(*window.document);
     if (window.frame) w.key("frame"), writeFrame(w, *window.frame);
     w.key("fullScreen"), w.boolean(window.fullScreen);
+    if (window.maximizedHorizontally) w.key("maximizedHorizontally"), w.boolean(*window.maximizedHorizontally);
+    if (window.maximizedVertically) w.key("maximizedVertically"), w.boolean(*window.maximizedVertically);
     w.key("minimized"), w.boolean(window.minimized);
     if (window.title) w.key("title"), w.string(*window.title);
+    if (window.workspace) w.key("workspace"), w.integer(*window.workspace);
     w.endObject();
 }
 
@@ -176,6 +179,11 @@ void writeApp(Writer& w, const AppState& app) {
     w.beginObject();
     if (app.bundleID) w.key("bundleID"), w.string(*app.bundleID);
     w.key("bundlePath"), w.string(app.bundlePath);
+    if (app.commandLine) {
+        w.key("commandLine"), w.beginArray();
+        for (const auto& word : *app.commandLine) w.element(), w.string(word);
+        w.endArray();
+    }
     w.key("hidden"), w.boolean(app.hidden);
     w.key("kind"), w.string(toString(app.kind));
     w.key("name"), w.string(app.name);
@@ -185,6 +193,7 @@ void writeApp(Writer& w, const AppState& app) {
     w.key("windows"), w.beginArray();
     for (const auto& window : app.windows) w.element(), writeWindow(w, window);
     w.endArray();
+    if (app.workingDirectory) w.key("workingDirectory"), w.string(*app.workingDirectory);
     w.endObject();
 }
 
@@ -195,9 +204,12 @@ size_t estimatedSize(const Snapshot& snapshot) {
     auto optionalText = [&](const std::optional<std::string>& t) { return t ? text(*t) + 24 : 0; };
     size_t size = 256 + optionalText(snapshot.frontmost) + text(snapshot.reason);
     for (const AppState& app : snapshot.apps) {
-        size += 200 + text(app.name) + optionalText(app.bundleID) + text(app.bundlePath);
+        size += 200 + text(app.name) + optionalText(app.bundleID) + text(app.bundlePath) +
+                optionalText(app.workingDirectory);
+        if (app.commandLine)
+            for (const std::string& word : *app.commandLine) size += text(word);
         for (const WindowState& window : app.windows)
-            size += 120 + optionalText(window.title) + optionalText(window.document) + (window.frame ? 120 : 0);
+            size += 200 + optionalText(window.title) + optionalText(window.document) + (window.frame ? 120 : 0);
         for (const ScriptedWindow& window : app.scripted) {
             size += 120 + (window.frame ? 120 : 0);
             for (const std::string& item : window.items) size += text(item);

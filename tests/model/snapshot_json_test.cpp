@@ -274,3 +274,109 @@ TEST(SnapshotJsonRoundTrip, ThousandsOfRandomSnapshots) {
 
 }  // namespace
 }  // namespace tarnwick
+
+namespace tarnwick {
+namespace {
+
+// A Linux session: a window with its workspace and maximized state, a program
+// known by its command line, a terminal in a folder.
+Snapshot linuxSnapshot() {
+    WindowState window{"Logo", std::nullopt, Frame{10, 20, 300, 200}, false, false};
+    window.workspace = 1;
+    window.maximizedHorizontally = false;
+    window.maximizedVertically = true;
+    AppState logo{"XLogo", std::nullopt, "/usr/bin/xlogo", AppKind::generic, false, {window}, {}};
+    logo.commandLine = std::vector<std::string>{"/usr/bin/xlogo", "-geometry", "300x200+10+20"};
+    AppState terminal{"XTerm", "debian-xterm.desktop", "/usr/share/applications/debian-xterm.desktop",
+                      AppKind::generic, false, {}, {}};
+    terminal.workingDirectory = "/home/someone/project";
+    return Snapshot{*isoDateFrom("2026-03-14T09:26:53Z"), "cli", std::nullopt, {logo, terminal}};
+}
+
+TEST(SnapshotJsonLinux, NewFieldsAreWrittenInKeyOrderOnlyWhenPresent) {
+    auto text = encodeSnapshot(linuxSnapshot());
+    ASSERT_TRUE(text);
+    EXPECT_NE(text->find(R"("bundlePath" : "\/usr\/bin\/xlogo",
+      "commandLine" : [
+        "\/usr\/bin\/xlogo",
+        "-geometry",
+        "300x200+10+20"
+      ],
+      "hidden" : false,)"),
+              std::string::npos)
+        << *text;
+    EXPECT_NE(text->find(R"("fullScreen" : false,
+          "maximizedHorizontally" : false,
+          "maximizedVertically" : true,
+          "minimized" : false,
+          "title" : "Logo",
+          "workspace" : 1
+        })"),
+              std::string::npos)
+        << *text;
+    EXPECT_NE(text->find(R"("windows" : [ ],
+      "workingDirectory" : "\/home\/someone\/project"
+    })"),
+              std::string::npos)
+        << *text;
+    // The terminal has no command line; the program no working folder.
+    EXPECT_EQ(text->find("\"commandLine\""), text->rfind("\"commandLine\""));
+    EXPECT_EQ(text->find("\"workingDirectory\""), text->rfind("\"workingDirectory\""));
+}
+
+TEST(SnapshotJsonLinux, AMacSessionCarriesNoneOfThem) {
+    auto text = encodeSnapshot(exampleSnapshot());
+    ASSERT_TRUE(text);
+    for (const char* key : {"workspace", "maximizedHorizontally", "maximizedVertically", "commandLine", "workingDirectory"})
+        EXPECT_EQ(text->find(key), std::string::npos) << key;
+}
+
+TEST(SnapshotJsonLinux, NewFieldsReadBackEqual) {
+    Snapshot s = linuxSnapshot();
+    auto back = decodeSnapshot(*encodeSnapshot(s));
+    ASSERT_TRUE(back);
+    EXPECT_TRUE(sameSnapshot(*back, s));
+    EXPECT_EQ(back->apps[0].windows[0].workspace, 1);
+    EXPECT_EQ(back->apps[0].commandLine->size(), 3u);
+    EXPECT_EQ(back->apps[1].workingDirectory, "/home/someone/project");
+    // A difference in any of them is a different session.
+    Snapshot moved = s;
+    moved.apps[0].windows[0].workspace = 2;
+    EXPECT_FALSE(sameList(moved.apps, s.apps));
+    Snapshot elsewhere = s;
+    elsewhere.apps[1].workingDirectory = "/tmp";
+    EXPECT_FALSE(sameList(elsewhere.apps, s.apps));
+}
+
+TEST(SnapshotJsonLinux, NullOrMissingReadsAsAbsentAndAWrongTypeDoesNotDecode) {
+    std::string text = *encodeSnapshot(linuxSnapshot());
+    auto nulled = decodeSnapshot(withReplaced(text, R"("workspace" : 1)", R"("workspace" : null)"));
+    ASSERT_TRUE(nulled);
+    EXPECT_EQ(nulled->apps[0].windows[0].workspace, std::nullopt);
+    for (auto [from, to] : {std::pair{R"("workspace" : 1)", R"("workspace" : "1")"},
+                            std::pair{R"("maximizedVertically" : true)", R"("maximizedVertically" : 1)"},
+                            std::pair{R"("-geometry")", "7"},
+                            std::pair{R"("workingDirectory" : "\/home\/someone\/project")", R"("workingDirectory" : [])"}}) {
+        std::string reason;
+        EXPECT_FALSE(decodeSnapshot(withReplaced(text, from, to), &reason)) << to;
+        EXPECT_FALSE(reason.empty());
+    }
+}
+
+TEST(SnapshotJsonLinux, AReaderThatKnowsNoneOfThemStillReadsTheRest) {
+    // Unknown keys are ignored: what a reader without these fields sees is the
+    // session without them.
+    std::string text = *encodeSnapshot(linuxSnapshot());
+    for (const char* key : {"workspace", "maximizedHorizontally", "maximizedVertically", "commandLine", "workingDirectory"}) {
+        std::string renamed = text;
+        for (size_t at = renamed.find(std::string("\"") + key + "\""); at != std::string::npos;
+             at = renamed.find(std::string("\"") + key + "\"", at + 1))
+            renamed.replace(at + 1, 0, "x-");
+        auto decoded = decodeSnapshot(renamed);
+        ASSERT_TRUE(decoded) << key;
+        EXPECT_EQ(decoded->apps.size(), 2u);
+    }
+}
+
+}  // namespace
+}  // namespace tarnwick

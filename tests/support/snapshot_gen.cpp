@@ -55,14 +55,27 @@ Snapshot randomSnapshot(std::mt19937_64& random) {
         app.bundlePath = randomText(random);
         app.kind = static_cast<AppKind>(random() % 6);
         app.hidden = random() % 2 == 0;
-        for (size_t w = random() % 4; w > 0; --w)
-            app.windows.push_back({maybeText(random), maybeText(random), maybeFrame(random), random() % 2 == 0,
-                                   random() % 2 == 0});
+        for (size_t w = random() % 4; w > 0; --w) {
+            WindowState window{maybeText(random), maybeText(random), maybeFrame(random), random() % 2 == 0,
+                               random() % 2 == 0};
+            // What an X11 desktop adds, now and then.
+            if (random() % 3 == 0) {
+                window.workspace = static_cast<int64_t>(random() % 5) - 1;
+                window.maximizedHorizontally = random() % 2 == 0;
+                window.maximizedVertically = random() % 2 == 0;
+            }
+            app.windows.push_back(std::move(window));
+        }
         for (size_t w = random() % 4; w > 0; --w) {
             ScriptedWindow window{maybeFrame(random), {}, static_cast<int64_t>(random())};
             for (size_t t = random() % 5; t > 0; --t) window.items.push_back(randomText(random));
             app.scripted.push_back(std::move(window));
         }
+        if (random() % 4 == 0) {
+            app.commandLine.emplace();
+            for (size_t word = random() % 4; word > 0; --word) app.commandLine->push_back(randomText(random));
+        }
+        app.workingDirectory = random() % 4 == 0 ? maybeText(random) : std::nullopt;
         snapshot.apps.push_back(std::move(app));
     }
     return snapshot;
