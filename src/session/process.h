@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tarnwick::Process {
 
@@ -16,5 +17,14 @@ std::optional<std::string> commandName(std::int32_t pid);
 
 // False once the process has exited, even while its parent has yet to reap it.
 bool alive(std::int32_t pid);
+
+// The words it was started with (/proc/PID/cmdline); nothing when unreadable or empty.
+std::optional<std::vector<std::string>> commandLine(std::int32_t pid);
+
+// Its working folder; nothing when gone or not ours to read.
+std::optional<std::string> workingDirectory(std::int32_t pid);
+
+// The processes whose parent it is, by ascending pid.
+std::vector<std::int32_t> children(std::int32_t pid);
 
 }  // namespace tarnwick::Process

@@ -1,6 +1,7 @@
 // Process facts from /proc.
 #include "session/process.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -46,6 +47,50 @@ bool alive(std::int32_t pid) {
     if (close == std::string::npos || close + 2 >= stat->size()) return false;
     char state = (*stat)[close + 2];
     return state != 'Z' && state != 'X' && state != 'x';
+}
+
+std::optional<std::vector<std::string>> commandLine(std::int32_t pid) {
+    if (pid <= 0) return std::nullopt;
+    auto text = readFile(procPath(pid, "cmdline"));
+    if (!text || text->empty()) return std::nullopt;
+    // Words end with a NUL each; a program that rewrote its arguments may leave none at the end.
+    if (text->back() != '\0') text->push_back('\0');
+    std::vector<std::string> words;
+    size_t start = 0;
+    for (size_t end = text->find('\0'); end != std::string::npos; end = text->find('\0', start)) {
+        words.emplace_back(*text, start, end - start);
+        start = end + 1;
+    }
+    return words;
+}
+
+std::optional<std::string> workingDirectory(std::int32_t pid) {
+    if (pid <= 0) return std::nullopt;
+    std::error_code error;
+    auto target = std::filesystem::read_symlink(procPath(pid, "cwd"), error);
+    if (error || target.empty()) return std::nullopt;
+    return target.string();
+}
+
+std::vector<std::int32_t> children(std::int32_t pid) {
+    std::vector<std::int32_t> found;
+    if (pid <= 0) return found;
+    // Each thread of the process lists the children it started.
+    std::error_code error;
+    for (auto task = std::filesystem::directory_iterator(procPath(pid, "task"), error);
+         !error && task != std::filesystem::directory_iterator(); task.increment(error)) {
+        auto text = readFile((task->path() / "children").string());
+        if (!text) continue;
+        size_t at = 0;
+        while (at < text->size()) {
+            size_t end = text->find(' ', at);
+            if (end == std::string::npos) end = text->size();
+            if (end > at) found.push_back(static_cast<std::int32_t>(std::stol(text->substr(at, end - at))));
+            at = end + 1;
+        }
+    }
+    std::sort(found.begin(), found.end());
+    return found;
 }
 
 }  // namespace tarnwick::Process
