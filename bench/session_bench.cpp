@@ -68,6 +68,14 @@ public:
     void openDocuments(const std::vector<std::string>& u, const std::string& p, double t, ErrorSink s) override {
         timed([&] { inner_.openDocuments(u, p, t, s); });
     }
+    std::vector<App> runningCommands(const std::vector<std::string>& c) override {
+        return timed([&] { return inner_.runningCommands(c); });
+    }
+    std::optional<App> launch(const LaunchRequest& r, double t, ErrorSink s) override {
+        return timed([&] { return inner_.launch(r, t, s); });
+    }
+    bool separateInstances() override { return timed([&] { return inner_.separateInstances(); }); }
+    std::optional<std::string> windowManagerName() override { return timed([&] { return inner_.windowManagerName(); }); }
     bool fileExists(const std::string& p) override { return timed([&] { return inner_.fileExists(p); }); }
     std::string homeDirectory() override { return timed([&] { return inner_.homeDirectory(); }); }
     Date currentDate() override { return timed([&] { return inner_.currentDate(); }); }

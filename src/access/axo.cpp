@@ -122,6 +122,20 @@ void setBool(const Element& element, const std::string& name, bool value) {
     platform().setAttribute(element, name, value);
 }
 
+void addWindowManagerState(const Element& element, WindowState& window) {
+    if (auto value = attr(element, workspaceAttribute))
+        if (auto* number = std::get_if<std::int64_t>(&*value)) window.workspace = *number;
+    if (auto value = attr(element, maximizedHorizontallyAttribute))
+        if (auto* on = std::get_if<bool>(&*value)) window.maximizedHorizontally = *on;
+    if (auto value = attr(element, maximizedVerticallyAttribute))
+        if (auto* on = std::get_if<bool>(&*value)) window.maximizedVertically = *on;
+}
+
+void setInteger(const Element& element, const std::string& name, std::int64_t value) {
+    if (!element) return;
+    platform().setAttribute(element, name, value);
+}
+
 WindowState state(const Element& element) {
     WindowState window;
     window.title = stringAttr(element, "AXTitle");

@@ -12,6 +12,12 @@
 
 namespace tarnwick::AXO {
 
+// Window states that only a window manager following EWMH keeps, named like
+// the others: the workspace (an integer, -1 for all) and maximized per axis.
+inline constexpr const char* workspaceAttribute = "TWWorkspace";
+inline constexpr const char* maximizedHorizontallyAttribute = "TWMaximizedHorizontally";
+inline constexpr const char* maximizedVerticallyAttribute = "TWMaximizedVertically";
+
 // Whether this process may use window access at all.
 bool trusted();
 
@@ -36,6 +42,13 @@ void setBool(const Element& element, const std::string& name, bool value);
 
 // Title, document, frame, minimized and full screen, each read on its own.
 WindowState state(const Element& element);
+
+// Adds the window manager's states (workspace, maximized) to `window`, each
+// only when it can be read.
+void addWindowManagerState(const Element& element, WindowState& window);
+
+// Writes an integer attribute; errors are ignored.
+void setInteger(const Element& element, const std::string& name, std::int64_t value);
 
 // The token naming element `elementId` of the process `pid`.
 RemoteToken remoteToken(std::int32_t pid, std::uint64_t elementId);

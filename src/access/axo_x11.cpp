@@ -1,6 +1,7 @@
 // The X11 window half: EWMH properties and client messages over xcb.
 #include "access/axo_x11.h"
 
+#include "access/axo.h"
 #include "model/utf8.h"
 
 #include <xcb/res.h>
@@ -9,11 +10,13 @@
 #include <xcb/xcb_icccm.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <map>
 #include <mutex>
 #include <set>
+#include <thread>
 
 namespace tarnwick::AXX11 {
 
@@ -68,6 +71,7 @@ struct Connection::State {
     int screenNumber = 0;
     xcb_window_t root = 0;
     xcb_atom_t changeState = XCB_ATOM_NONE;  // WM_CHANGE_STATE, the ICCCM iconify request
+    xcb_atom_t gtkApplicationId = XCB_ATOM_NONE;  // _GTK_APPLICATION_ID
     bool resourceExtension = false;          // X-Resource, for the pid of a client that never says
 
     std::mutex pidLock;
@@ -261,12 +265,45 @@ struct Connection::State {
         flush();
     }
 
-    void setFullScreen(WindowID window, bool on) {
+    void setState(WindowID window, xcb_atom_t state, bool on) {
         xcb_ewmh_request_change_wm_state(&ewmh, screenNumber, window,
-                                         on ? XCB_EWMH_WM_STATE_ADD : XCB_EWMH_WM_STATE_REMOVE,
-                                         ewmh._NET_WM_STATE_FULLSCREEN, XCB_ATOM_NONE,
+                                         on ? XCB_EWMH_WM_STATE_ADD : XCB_EWMH_WM_STATE_REMOVE, state, XCB_ATOM_NONE,
                                          XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER);
         flush();
+    }
+
+    // Waits, a little, until the window manager shows the state as asked.
+    void waitForState(WindowID window, xcb_atom_t state, bool on) {
+        for (int tries = 0; tries < 50 && hasState(window, state) != on; ++tries)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+
+    // The workspace, or -1 when the window shows on all of them.
+    std::optional<std::int64_t> workspace(WindowID window) {
+        std::uint32_t desktop = 0;
+        if (!xcb_ewmh_get_wm_desktop_reply(&ewmh, xcb_ewmh_get_wm_desktop(&ewmh, window), &desktop, nullptr))
+            return std::nullopt;
+        if (desktop == 0xFFFFFFFF) return -1;
+        return desktop;
+    }
+
+    void setWorkspace(WindowID window, std::int64_t desktop) {
+        if (desktop < -1 || desktop > 0xFFFF) return;
+        auto value = desktop < 0 ? 0xFFFFFFFFu : static_cast<std::uint32_t>(desktop);
+        xcb_ewmh_request_change_wm_desktop(&ewmh, screenNumber, window, value, XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER);
+        flush();
+    }
+
+    // A UTF-8 text property of a window.
+    std::optional<std::string> utf8Property(WindowID window, xcb_atom_t property) {
+        if (property == XCB_ATOM_NONE) return std::nullopt;
+        Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(
+            connection, xcb_get_property(connection, 0, window, property, ewmh.UTF8_STRING, 0, 1024), nullptr));
+        if (!reply || reply->format != 8 || reply->type != ewmh.UTF8_STRING) return std::nullopt;
+        std::string text(static_cast<const char*>(xcb_get_property_value(reply.get())),
+                         static_cast<size_t>(xcb_get_property_value_length(reply.get())));
+        if (text.empty() || !isValidUtf8(text)) return std::nullopt;
+        return text;
     }
 };
 
@@ -297,6 +334,7 @@ std::unique_ptr<Connection> Connection::open(const std::string& display, std::st
 
     xcb_intern_atom_cookie_t* cookies = xcb_ewmh_init_atoms(state->connection, &state->ewmh);
     auto changeCookie = xcb_intern_atom(state->connection, 0, 15, "WM_CHANGE_STATE");
+    auto gtkCookie = xcb_intern_atom(state->connection, 0, 19, "_GTK_APPLICATION_ID");
     state->ewmhReady = xcb_ewmh_init_atoms_replies(&state->ewmh, cookies, nullptr) != 0;
     Reply<xcb_intern_atom_reply_t> change(xcb_intern_atom_reply(state->connection, changeCookie, nullptr));
     if (!state->ewmhReady || !change) {
@@ -304,6 +342,8 @@ std::unique_ptr<Connection> Connection::open(const std::string& display, std::st
         return nullptr;
     }
     state->changeState = change->atom;
+    Reply<xcb_intern_atom_reply_t> gtk(xcb_intern_atom_reply(state->connection, gtkCookie, nullptr));
+    if (gtk) state->gtkApplicationId = gtk->atom;
     const xcb_query_extension_reply_t* resources = xcb_get_extension_data(state->connection, &xcb_res_id);
     state->resourceExtension = resources != nullptr && resources->present;
     return std::unique_ptr<Connection>(new Connection(std::move(state)));
@@ -320,6 +360,19 @@ bool Connection::windowManagerAnswers() {
     return xcb_ewmh_get_supporting_wm_check_reply(&s.ewmh, xcb_ewmh_get_supporting_wm_check(&s.ewmh, check), &self,
                                                   nullptr) &&
            self == check;
+}
+
+std::optional<std::string> Connection::windowManagerName() {
+    auto& s = *state_;
+    xcb_window_t check = XCB_NONE;
+    if (!xcb_ewmh_get_supporting_wm_check_reply(&s.ewmh, xcb_ewmh_get_supporting_wm_check(&s.ewmh, s.root), &check,
+                                                nullptr))
+        return std::nullopt;
+    return s.utf8Property(check, s.ewmh._NET_WM_NAME);
+}
+
+std::optional<std::string> Connection::gtkApplicationId(WindowID window) {
+    return state_->utf8Property(window, state_->gtkApplicationId);
 }
 
 std::vector<WindowID> Connection::clientWindows() { return state_->clients(); }
@@ -387,6 +440,12 @@ std::optional<AttrValue> Connection::copyAttribute(const Element& element, const
     }
     if (name == "AXMinimized") return s.hasState(window, s.ewmh._NET_WM_STATE_HIDDEN);
     if (name == "AXFullScreen") return s.hasState(window, s.ewmh._NET_WM_STATE_FULLSCREEN);
+    if (name == AXO::workspaceAttribute) {
+        if (auto desktop = s.workspace(window)) return *desktop;
+        return std::nullopt;
+    }
+    if (name == AXO::maximizedHorizontallyAttribute) return s.hasState(window, s.ewmh._NET_WM_STATE_MAXIMIZED_HORZ);
+    if (name == AXO::maximizedVerticallyAttribute) return s.hasState(window, s.ewmh._NET_WM_STATE_MAXIMIZED_VERT);
     // Documents ("AXDocument") and everything else: X11 has no such property.
     return std::nullopt;
 }
@@ -410,7 +469,19 @@ void Connection::setAttribute(const Element& element, const std::string& name, c
         else
             s.activate(window);
     } else if (name == "AXFullScreen") {
-        if (auto* on = std::get_if<bool>(&value)) s.setFullScreen(window, *on);
+        if (auto* on = std::get_if<bool>(&value)) s.setState(window, s.ewmh._NET_WM_STATE_FULLSCREEN, *on);
+    } else if (name == AXO::workspaceAttribute) {
+        if (auto* desktop = std::get_if<std::int64_t>(&value)) s.setWorkspace(window, *desktop);
+    } else if (name == AXO::maximizedHorizontallyAttribute || name == AXO::maximizedVerticallyAttribute) {
+        auto* on = std::get_if<bool>(&value);
+        if (on == nullptr) return;
+        xcb_atom_t state = name == AXO::maximizedHorizontallyAttribute ? s.ewmh._NET_WM_STATE_MAXIMIZED_HORZ
+                                                                        : s.ewmh._NET_WM_STATE_MAXIMIZED_VERT;
+        if (s.hasState(window, state) == *on) return;
+        s.setState(window, state, *on);
+        // A frame is written next, sized by the frame extents: a manager that
+        // draws maximized windows with other borders must have let go first.
+        if (!*on) s.waitForState(window, state, false);
     }
 }
 

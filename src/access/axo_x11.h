@@ -8,6 +8,9 @@
 //   "AXTitle"     _NET_WM_NAME, else WM_NAME
 //   "AXPosition"  "AXSize"  the frame the window manager draws, in root coordinates
 //   "AXMinimized" "AXFullScreen"  _NET_WM_STATE hidden and fullscreen
+// and, only here, the window manager's own states (names in access/axo.h):
+//   workspace     _NET_WM_DESKTOP, -1 for every workspace
+//   maximized     _NET_WM_STATE maximized horizontally and vertically
 #pragma once
 
 #include "platform/platform.h"
@@ -41,12 +44,16 @@ public:
 
     // Whether a window manager that follows EWMH is running on the screen.
     bool windowManagerAnswers();
+    // The name it gives itself (_NET_WM_NAME of its check window).
+    std::optional<std::string> windowManagerName();
 
     // Managed client windows in the window manager's order, and their owners.
     std::vector<WindowID> clientWindows();
     std::optional<std::int32_t> windowPid(WindowID window);
     std::vector<WindowID> windowsOf(std::int32_t pid);
     std::optional<WindowClass> windowClass(WindowID window);
+    // The application id a GTK program gives its windows (_GTK_APPLICATION_ID).
+    std::optional<std::string> gtkApplicationId(WindowID window);
     // A panel, a dock or the desktop's own background window.
     bool partOfTheDesktop(WindowID window);
     std::optional<WindowID> activeWindow();

@@ -71,7 +71,11 @@ int captureMode(std::FILE* out, std::FILE* err) {
     auto json = encodeSnapshot(snapshot, &reason);
     if (!json) fatal("cannot encode the snapshot: " + reason);
     printLine(out, *json);
-    printLine(err, snapshot.summary() + "; accessibility " + (AXO::trusted() ? "on" : "off"));
+    // What lets the capture see windows: the window manager on X11, Accessibility on a Mac.
+    if (auto manager = platform().windowManagerName())
+        printLine(err, snapshot.summary() + "; window manager: " + *manager);
+    else
+        printLine(err, snapshot.summary() + "; accessibility " + (AXO::trusted() ? "on" : "off"));
     return 0;
 }
 

@@ -58,7 +58,7 @@ struct OtherValue {
 };
 
 // An attribute's value, typed by the backend.
-using AttrValue = std::variant<std::string, bool, Point, Size, std::vector<Element>, OtherValue>;
+using AttrValue = std::variant<std::string, bool, Point, Size, std::vector<Element>, OtherValue, std::int64_t>;
 
 // The 20 bytes that name one element of an application to the private
 // remote-token lookup.
@@ -76,6 +76,19 @@ struct AppInfo {
     bool hidden = false;
     bool terminated = false;
     bool finishedLaunching = false;
+    // Linux: the command line of a program no desktop entry names, and the
+    // folder the shell of a terminal is in. Never set on a Mac.
+    std::optional<std::vector<std::string>> commandLine = std::nullopt;
+    std::optional<std::string> workingDirectory = std::nullopt;
+};
+
+// A start by command line, where the system can (Linux): the program's path
+// (a desktop entry or an executable), the words to start it with instead of
+// the entry's, and the folder to start it in.
+struct LaunchRequest {
+    std::string path;
+    std::optional<std::vector<std::string>> commandLine;
+    std::optional<std::string> workingDirectory;
 };
 
 // Receives the description of an error that a launch or an open reports. It may
@@ -121,6 +134,22 @@ public:
     // activating it, and waits at most `timeout` seconds for the open to answer.
     virtual void openDocuments(const std::vector<std::string>& urls, const std::string& appPath,
                                double timeout, ErrorSink onError) = 0;
+
+    // Linux. Running programs that no desktop entry names, started with
+    // exactly this command line; none elsewhere.
+    virtual std::vector<App> runningCommands(const std::vector<std::string>& commandLine) = 0;
+    // Starts what the request names, as openApplication does; where the system
+    // cannot start by command line, an error to the sink and nothing.
+    virtual std::optional<App> launch(const LaunchRequest& request, double timeout, ErrorSink onError) = 0;
+    // Whether each running instance of a program stands for its own recorded
+    // application (X11, where many programs run one process per window), so
+    // that a restore gives each record an instance of its own. On a Mac the
+    // first instance stands for them all.
+    virtual bool separateInstances() = 0;
+    // The window manager that keeps the windows' states (X11: its name, "none"
+    // when no manager following EWMH answers); then windows also have a
+    // workspace and a maximized state. Nothing on a Mac.
+    virtual std::optional<std::string> windowManagerName() = 0;
 
     // Files and the user.
     virtual bool fileExists(const std::string& path) = 0;

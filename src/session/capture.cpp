@@ -11,10 +11,14 @@ namespace tarnwick::Capture {
 
 namespace {
 
-std::vector<WindowState> accessibilityWindows(std::int32_t pid) {
+// `managed`: a window manager keeps workspaces and maximized states to read too.
+std::vector<WindowState> accessibilityWindows(std::int32_t pid, bool managed) {
     std::vector<WindowState> windows;
     if (!AXO::trusted()) return windows;
-    for (const Element& window : AXO::windows(pid)) windows.push_back(AXO::state(window));
+    for (const Element& window : AXO::windows(pid)) {
+        windows.push_back(AXO::state(window));
+        if (managed) AXO::addWindowManagerState(window, windows.back());
+    }
     return windows;
 }
 
@@ -39,6 +43,7 @@ std::vector<ScriptedWindow> scriptedWindows(AppKind kind, const std::optional<st
 Snapshot snapshot(const std::string& reason) {
     Platform& desktop = platform();
     const std::optional<std::string> own = desktop.ownBundleIdentifier();
+    const bool managed = desktop.windowManagerName().has_value();
 
     std::vector<AppState> apps;
     for (const App& running : desktop.runningApplications()) {
@@ -52,8 +57,10 @@ Snapshot snapshot(const std::string& reason) {
         app.bundleID = info.bundleID;
         app.bundlePath = *info.bundlePath;
         app.hidden = info.hidden;
+        app.commandLine = info.commandLine;
+        app.workingDirectory = info.workingDirectory;
         if (app.kind == AppKind::generic)
-            app.windows = accessibilityWindows(info.pid);
+            app.windows = accessibilityWindows(info.pid, managed);
         else
             app.scripted = scriptedWindows(app.kind, app.bundleID);
         // Finder always runs; it is worth recording only with a folder open.

@@ -145,8 +145,24 @@ std::optional<Entry> read(const std::filesystem::path& file, const std::string& 
     auto exec = value("Exec");
     if (!exec || exec->empty()) return std::nullopt;
     if (auto tryExec = value("TryExec"); tryExec && !programExists(*tryExec)) return std::nullopt;
-    Entry entry{id, file, value("Name").value_or(""), *exec, value("Icon"), value("StartupWMClass")};
-    if (!arguments(entry)) return std::nullopt;
+    Entry entry{id, file, value("Name").value_or(""), *exec, value("Icon"), value("StartupWMClass"), {}, {}};
+    if (auto categories = value("Categories"))
+        for (size_t at = 0; at < categories->size();) {
+            size_t end = categories->find(';', at);
+            if (end == std::string::npos) end = categories->size();
+            if (end > at) entry.categories.push_back(categories->substr(at, end - at));
+            at = end + 1;
+        }
+    auto command = arguments(entry);
+    if (!command) return std::nullopt;
+    // The program the Exec line starts: "gedit" for "/usr/bin/gedit %U"; behind
+    // "env A=B", the program after the settings.
+    size_t first = 0;
+    if (std::filesystem::path((*command)[first]).filename() == "env") {
+        ++first;
+        while (first < command->size() && (*command)[first].find('=') != std::string::npos) ++first;
+    }
+    if (first < command->size()) entry.program = std::filesystem::path((*command)[first]).filename().string();
     return entry;
 }
 
@@ -204,17 +220,48 @@ std::optional<std::vector<std::string>> arguments(const Entry& entry) {
     return out;
 }
 
-std::optional<Entry> match(const std::vector<Entry>& entries, std::string_view instance, std::string_view wmClass) {
-    for (std::string_view wanted : {wmClass, instance})
+bool Entry::terminal() const {
+    return std::find(categories.begin(), categories.end(), "TerminalEmulator") != categories.end();
+}
+
+namespace {
+
+std::string_view stemOf(const Entry& entry) {
+    std::string_view stem = entry.id;
+    if (stem.size() > 8 && stem.substr(stem.size() - 8) == ".desktop") stem.remove_suffix(8);
+    return stem;
+}
+
+}  // namespace
+
+std::optional<Entry> match(const std::vector<Entry>& entries, const WindowIdentity& window) {
+    auto find = [&](auto&& fits) -> std::optional<Entry> {
         for (const Entry& entry : entries)
-            if (!wanted.empty() && entry.startupWMClass == wanted) return entry;
-    for (std::string_view wanted : {wmClass, instance}) {
+            if (fits(entry)) return entry;
+        return std::nullopt;
+    };
+    const std::string_view names[] = {window.wmClass, window.instance};
+    for (std::string_view wanted : names)
+        if (!wanted.empty())
+            if (auto found = find([&](const Entry& entry) { return entry.startupWMClass == wanted; })) return found;
+    if (!window.gtkApplicationId.empty())
+        if (auto found = find([&](const Entry& entry) { return stemOf(entry) == window.gtkApplicationId; }))
+            return found;
+    for (std::string_view wanted : names) {
         if (wanted.empty()) continue;
-        for (const Entry& entry : entries) {
-            std::string_view stem = entry.id;
-            if (stem.size() > 8 && stem.substr(stem.size() - 8) == ".desktop") stem.remove_suffix(8);
-            if (sameIgnoringCase(stem, wanted)) return entry;
-        }
+        auto found = find([&](const Entry& entry) {
+            std::string_view stem = stemOf(entry);
+            if (sameIgnoringCase(stem, wanted)) return true;
+            // "org.xfce.mousepad" for the class "Mousepad".
+            return stem.size() > wanted.size() && stem[stem.size() - wanted.size() - 1] == '.' &&
+                   sameIgnoringCase(stem.substr(stem.size() - wanted.size()), wanted);
+        });
+        if (found) return found;
+    }
+    for (std::string_view wanted : {window.instance, window.wmClass}) {
+        if (wanted.empty()) continue;
+        if (auto found = find([&](const Entry& entry) { return sameIgnoringCase(entry.program, wanted); }))
+            return found;
     }
     return std::nullopt;
 }

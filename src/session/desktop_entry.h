@@ -18,6 +18,18 @@ struct Entry {
     std::string exec;              // the Exec value, unescaped, field codes still in it
     std::optional<std::string> icon;
     std::optional<std::string> startupWMClass;
+    std::vector<std::string> categories = {};  // "TerminalEmulator" marks a terminal
+    std::string program = {};                  // the Exec line's program, without its folder ("gedit")
+
+    // Whether it is a terminal: its windows stand for shells in a folder.
+    bool terminal() const;
+};
+
+// What a window says of the program behind it.
+struct WindowIdentity {
+    std::string_view instance;           // WM_CLASS
+    std::string_view wmClass;
+    std::string_view gtkApplicationId;   // _GTK_APPLICATION_ID, the GApplication's (and D-Bus) name
 };
 
 // The folders searched, most important first: $XDG_DATA_HOME/applications,
@@ -38,9 +50,11 @@ std::vector<Entry> all(const std::vector<std::filesystem::path>& folders);
 // "%k" the file); nothing when the quoting is broken.
 std::optional<std::vector<std::string>> arguments(const Entry& entry);
 
-// The entry for windows of this WM_CLASS (instance, class): one whose
-// StartupWMClass is the class, then the instance; else one whose file name,
-// less ".desktop", is the class or the instance, ignoring case.
-std::optional<Entry> match(const std::vector<Entry>& entries, std::string_view instance, std::string_view wmClass);
+// The entry for a window, as desktop shells find it, first rule that finds one:
+// StartupWMClass is the class, then the instance; the file name less ".desktop"
+// is the application id; the file name is the class or the instance, or ends
+// in "." and one of them, ignoring case; the Exec line's program is the
+// instance or the class, ignoring case.
+std::optional<Entry> match(const std::vector<Entry>& entries, const WindowIdentity& window);
 
 }  // namespace tarnwick::DesktopEntries

@@ -108,11 +108,12 @@ Result run(const Snapshot& snapshot, const Progress& progress) {
         if (app.bundleID != own) apps.push_back(&app);
 
     Result result;
+    std::vector<std::int32_t> taken;
     const std::string total = std::to_string(apps.size());
     for (size_t i = 0; i < apps.size(); ++i) {
         const AppState& app = *apps[i];
         if (progress) progress("Restoring " + std::to_string(i + 1) + "/" + total + ": " + app.name);
-        auto running = ensureRunning(app, result);
+        auto running = ensureRunning(app, result, taken);
         if (!running) continue;
         switch (app.kind) {
             case AppKind::generic: restoreGeneric(app, running->app, running->launched, result); break;

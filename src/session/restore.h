@@ -43,6 +43,9 @@ std::optional<std::string> appURL(const AppState& app);
 // The application running, launched without activating it when needed; nothing,
 // with a problem line in `result`, when it cannot be had.
 std::optional<Running> ensureRunning(const AppState& app, Result& result);
+// The same within one restore, where the platform keeps instances separate:
+// `taken` holds the pids earlier records of this restore took, and grows.
+std::optional<Running> ensureRunning(const AppState& app, Result& result, std::vector<std::int32_t>& taken);
 
 // Puts the saved windows of a generic application back onto its live windows:
 // waits for them, reopens missing documents, pairs by document, then title,

@@ -83,8 +83,21 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
         }
         Element window = live[*pick];
         live.erase(live.begin() + static_cast<std::ptrdiff_t>(*pick));
-        // A window going full screen gets its size from the screen, not from us.
-        if (saved.frame && !saved.fullScreen) AXO::setFrame(window, *saved.frame);
+        // Where a window manager recorded them (X11): the workspace first, and
+        // a maximized axis that should not be is released before the frame.
+        bool maximizedState = saved.maximizedHorizontally || saved.maximizedVertically;
+        bool wide = saved.maximizedHorizontally.value_or(false), tall = saved.maximizedVertically.value_or(false);
+        if (saved.workspace) AXO::setInteger(window, AXO::workspaceAttribute, *saved.workspace);
+        if (maximizedState) {
+            if (!wide) AXO::setBool(window, AXO::maximizedHorizontallyAttribute, false);
+            if (!tall) AXO::setBool(window, AXO::maximizedVerticallyAttribute, false);
+        }
+        // A window going full screen gets its size from the screen, not from us;
+        // one maximized both ways from the work area, and keeps the size it has
+        // for when it is restored.
+        if (saved.frame && !saved.fullScreen && !(wide && tall)) AXO::setFrame(window, *saved.frame);
+        if (wide) AXO::setBool(window, AXO::maximizedHorizontallyAttribute, true);
+        if (tall) AXO::setBool(window, AXO::maximizedVerticallyAttribute, true);
         if (saved.minimized) AXO::setBool(window, "AXMinimized", true);
         if (saved.fullScreen) AXO::setBool(window, "AXFullScreen", true);
         result.windows += 1;

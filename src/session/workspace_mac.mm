@@ -192,6 +192,18 @@ public:
         }
     }
 
+    // Applications are started by their bundles here, never by a command line.
+    std::vector<App> runningCommands(const std::vector<std::string>&) override { return {}; }
+    std::optional<App> launch(const LaunchRequest& request, double timeout, ErrorSink onError) override {
+        if (request.commandLine || request.workingDirectory) {
+            if (onError) onError("starting by command line is not supported on macOS");
+            return std::nullopt;
+        }
+        return openApplication(request.path, timeout, std::move(onError));
+    }
+    bool separateInstances() override { return false; }
+    std::optional<std::string> windowManagerName() override { return std::nullopt; }
+
     bool fileExists(const std::string& path) override {
         @autoreleasepool {
             NSString* file = nsText(path);

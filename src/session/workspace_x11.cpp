@@ -95,12 +95,16 @@ public:
             info.bundleID = identity.entry->id;
             info.bundlePath = identity.entry->file.string();
             info.name = identity.entry->name;
+            // A terminal stands for the shell it runs, and that shell for its folder.
+            if (identity.entry->terminal()) info.workingDirectory = shellFolder(info.pid);
         } else {
             info.bundlePath = Process::executable(info.pid);
             if (identity.wmClass && !identity.wmClass->wmClass.empty())
                 info.name = identity.wmClass->wmClass;
             else
                 info.name = Process::commandName(info.pid);
+            // Nothing else can recognise it, or start it as it was started.
+            info.commandLine = Process::commandLine(info.pid);
         }
         // Panels, docks and the desktop belong to the desktop session, which
         // starts them itself: like a Mac's background apps, they are not captured.
@@ -126,11 +130,26 @@ public:
         return std::nullopt;
     }
 
-    std::optional<App> openApplication(const std::string& appPath, double, ErrorSink onError) override {
-        std::vector<std::string> command{appPath};
-        // A desktop entry starts what the user's launcher would start.
-        if (endsWith(appPath, ".desktop")) {
-            auto entry = DesktopEntries::read(appPath, std::filesystem::path(appPath).filename().string());
+    std::optional<App> openApplication(const std::string& appPath, double timeout, ErrorSink onError) override {
+        return launch(LaunchRequest{appPath, std::nullopt, std::nullopt}, timeout, std::move(onError));
+    }
+
+    std::vector<App> runningCommands(const std::vector<std::string>& commandLine) override {
+        std::vector<App> matching;
+        for (const App& app : runningApplications()) {
+            std::int32_t pid = pidOf(app);
+            if (!identify(pid).entry && Process::commandLine(pid) == commandLine) matching.push_back(app);
+        }
+        return matching;
+    }
+
+    std::optional<App> launch(const LaunchRequest& request, double, ErrorSink onError) override {
+        std::vector<std::string> command{request.path};
+        if (request.commandLine && !request.commandLine->empty()) {
+            command = *request.commandLine;
+        } else if (endsWith(request.path, ".desktop")) {
+            // A desktop entry starts what the user's launcher would start.
+            auto entry = DesktopEntries::read(request.path, std::filesystem::path(request.path).filename().string());
             auto words = entry ? DesktopEntries::arguments(*entry) : std::nullopt;
             if (!words || words->empty()) {
                 if (onError) onError("not a desktop entry that can be started");
@@ -138,13 +157,28 @@ public:
             }
             command = std::move(*words);
         }
+        // A terminal opens its shell where the program starts; a folder that is
+        // gone leaves it at home, as a launcher would.
+        std::string folder = homeDirectory();
+        std::error_code error;
+        if (request.workingDirectory && std::filesystem::is_directory(*request.workingDirectory, error))
+            folder = *request.workingDirectory;
         std::string why;
-        auto pid = Launch::detached(command, homeDirectory(), why);
+        auto pid = Launch::detached(command, folder, why);
         if (!pid) {
             if (onError) onError(why);
             return std::nullopt;
         }
         return makeApp(*pid);
+    }
+
+    // Many X programs run one process per window; each recorded process comes back as one.
+    bool separateInstances() override { return true; }
+
+    // Always something here, so that a capture says what it saw windows through.
+    std::optional<std::string> windowManagerName() override {
+        if (!x_->windowManagerAnswers()) return "none";
+        return x_->windowManagerName().value_or("unnamed");
     }
 
     // Windows here carry no document, so a restore never has any to reopen.
@@ -188,12 +222,20 @@ private:
             auto wmClass = x_->windowClass(window);
             if (!wmClass) continue;
             if (!identity.wmClass) identity.wmClass = wmClass;
-            if (auto entry = DesktopEntries::match(entries(), wmClass->instance, wmClass->wmClass)) {
+            std::string application = x_->gtkApplicationId(window).value_or("");
+            if (auto entry = DesktopEntries::match(entries(), {wmClass->instance, wmClass->wmClass, application})) {
                 identity.entry = std::move(entry);
                 break;
             }
         }
         return identity;
+    }
+
+    // The folder of the shell a terminal runs: that of its first child, else its own.
+    static std::optional<std::string> shellFolder(std::int32_t pid) {
+        for (std::int32_t child : Process::children(pid))
+            if (auto folder = Process::workingDirectory(child)) return folder;
+        return Process::workingDirectory(pid);
     }
 
     // Read once: the installed applications do not change during a capture or

@@ -145,12 +145,12 @@ TEST_F(DesktopEntryTest, MatchesByStartupClassThenByFileName) {
         {"xclock.desktop", "/c", "Clock", "xclock", {}, {}},
         {"org.example.Editor.desktop", "/e", "Editor", "editor", {}, std::string("editor-main")},
     };
-    EXPECT_EQ(DesktopEntries::match(entries, "xterm", "XTerm")->id, "debian-xterm.desktop");
-    EXPECT_EQ(DesktopEntries::match(entries, "xclock", "XClock")->id, "xclock.desktop") << "file name, any case";
-    EXPECT_EQ(DesktopEntries::match(entries, "editor-main", "Editor")->id, "org.example.Editor.desktop")
+    EXPECT_EQ(DesktopEntries::match(entries, {"xterm", "XTerm", ""})->id, "debian-xterm.desktop");
+    EXPECT_EQ(DesktopEntries::match(entries, {"xclock", "XClock", ""})->id, "xclock.desktop") << "file name, any case";
+    EXPECT_EQ(DesktopEntries::match(entries, {"editor-main", "Editor", ""})->id, "org.example.Editor.desktop")
         << "the instance when the class does not match";
-    EXPECT_FALSE(DesktopEntries::match(entries, "xeyes", "XEyes"));
-    EXPECT_FALSE(DesktopEntries::match(entries, "", ""));
+    EXPECT_FALSE(DesktopEntries::match(entries, {"xeyes", "XEyes", ""}));
+    EXPECT_FALSE(DesktopEntries::match(entries, {"", "", ""}));
 }
 
 TEST_F(DesktopEntryTest, AStartupClassMatchComesBeforeAFileNameMatch) {
@@ -158,7 +158,58 @@ TEST_F(DesktopEntryTest, AStartupClassMatchComesBeforeAFileNameMatch) {
         {"xlogo.desktop", "/a", "By name", "xlogo", {}, {}},
         {"logo-viewer.desktop", "/b", "By class", "xlogo -big", {}, std::string("XLogo")},
     };
-    EXPECT_EQ(DesktopEntries::match(entries, "xlogo", "XLogo")->name, "By class");
+    EXPECT_EQ(DesktopEntries::match(entries, {"xlogo", "XLogo", ""})->name, "By class");
+}
+
+TEST_F(DesktopEntryTest, MatchesAsDesktopShellsDo) {
+    write(system(), "org.gnome.gedit.desktop", "[Desktop Entry]\nType=Application\nName=Text Editor\nExec=gedit %U\n");
+    write(system(), "org.xfce.mousepad.desktop",
+          "[Desktop Entry]\nType=Application\nName=Mousepad\nExec=mousepad %F\n");
+    write(system(), "calculator.desktop",
+          "[Desktop Entry]\nType=Application\nName=Calculator\nExec=env LANG=C /usr/bin/xcalc -rpn\n");
+    write(system(), "terminal.desktop",
+          "[Desktop Entry]\nType=Application\nName=Terminal\nExec=xfce4-terminal\n"
+          "Categories=GTK;System;TerminalEmulator;\n");
+    Entries entries = DesktopEntries::all({system()});
+    auto id = [&](std::string_view instance, std::string_view wmClass, std::string_view application = "") {
+        auto found = DesktopEntries::match(entries, {instance, wmClass, application});
+        return found ? found->id : std::string("(none)");
+    };
+    // The GTK application id names the entry file, whatever the class.
+    EXPECT_EQ(id("gedit", "Gedit", "org.gnome.gedit"), "org.gnome.gedit.desktop");
+    // A reverse-domain file name ends in the class.
+    EXPECT_EQ(id("mousepad", "Mousepad"), "org.xfce.mousepad.desktop");
+    // The Exec line's program, past env and its settings.
+    EXPECT_EQ(id("xcalc", "XCalc"), "calculator.desktop");
+    EXPECT_EQ(id("gedit", "Gedit"), "org.gnome.gedit.desktop") << "by its Exec program without the id too";
+    EXPECT_EQ(id("xfce4-terminal", "Xfce4-terminal"), "terminal.desktop");
+    EXPECT_EQ(id("xeyes", "XEyes"), "(none)");
+    // "gedit.desktop" would be the same program's other name: no partial match on a dot alone.
+    EXPECT_EQ(id("edit", "Edit"), "(none)");
+}
+
+TEST_F(DesktopEntryTest, RulesComeInTheirOrder) {
+    Entries entries = {
+        {"by-program.desktop", "/p", "Program", "logo", {}, {}, {}, "xlogo"},
+        {"org.example.xlogo.desktop", "/n", "Name", "logo", {}, {}, {}, "other"},
+        {"by-class.desktop", "/c", "Class", "logo", {}, std::string("XLogo"), {}, "other"},
+        {"org.example.Logo.desktop", "/a", "Application", "logo", {}, {}, {}, "other"},
+    };
+    EXPECT_EQ(DesktopEntries::match(entries, {"xlogo", "XLogo", "org.example.Logo"})->name, "Class");
+    entries.erase(entries.begin() + 2);
+    EXPECT_EQ(DesktopEntries::match(entries, {"xlogo", "XLogo", "org.example.Logo"})->name, "Application");
+    EXPECT_EQ(DesktopEntries::match(entries, {"xlogo", "XLogo", ""})->name, "Name");
+    entries.erase(entries.begin() + 1);
+    EXPECT_EQ(DesktopEntries::match(entries, {"xlogo", "XLogo", ""})->name, "Program");
+}
+
+TEST_F(DesktopEntryTest, TerminalsAreKnownByTheirCategory) {
+    auto terminal = write(system(), "t.desktop",
+                          "[Desktop Entry]\nType=Application\nName=T\nExec=t\nCategories=System;TerminalEmulator;\n");
+    auto editor = write(system(), "e.desktop", "[Desktop Entry]\nType=Application\nName=E\nExec=e\nCategories=Utility;\n");
+    EXPECT_TRUE(DesktopEntries::read(terminal, "t.desktop")->terminal());
+    EXPECT_THAT(DesktopEntries::read(terminal, "t.desktop")->categories, ElementsAre("System", "TerminalEmulator"));
+    EXPECT_FALSE(DesktopEntries::read(editor, "e.desktop")->terminal());
 }
 
 }  // namespace

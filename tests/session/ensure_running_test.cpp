@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace tarnwick {
 namespace {
 
@@ -110,6 +112,80 @@ TEST_F(EnsureRunningTest, RefusedLaunchIsLoggedWithTheBundleName) {
     EXPECT_NE(lines.find("Z launch Editor.app: The application \"Editor.app\" could not be launched.\n"),
               std::string::npos)
         << lines;
+}
+
+}  // namespace
+}  // namespace tarnwick
+
+namespace tarnwick {
+namespace {
+
+TEST_F(EnsureRunningTest, AProgramKnownByItsCommandLineIsStartedWithItInItsFolder) {
+    desktop.install(appSpec(std::nullopt, "/usr/bin/xclock", "XClock"));
+    AppState clock = recorded(std::nullopt, "/usr/bin/xclock", "XClock");
+    clock.commandLine = std::vector<std::string>{"/usr/bin/xclock", "-digital"};
+    clock.workingDirectory = "/home/tester/project";
+    auto running = Restore::ensureRunning(clock, result);
+    ASSERT_TRUE(running);
+    EXPECT_TRUE(running->launched);
+    EXPECT_EQ(desktop.calls("runningCommands"), 1) << "looked for before it is started";
+    EXPECT_NE(std::find(desktop.journal.begin(), desktop.journal.end(),
+                        "launch:/usr/bin/xclock /usr/bin/xclock -digital in /home/tester/project"),
+              desktop.journal.end());
+}
+
+TEST_F(EnsureRunningTest, OnAMacRecordsOfOneApplicationShareItsInstanceAndNothingIsStartedByCommandLine) {
+    auto pid = desktop.startApp(appSpec("com.example.Editor", "/Applications/Editor.app", "Editor"));
+    std::vector<std::int32_t> taken;
+    auto first = Restore::ensureRunning(editor, result, taken);
+    auto second = Restore::ensureRunning(editor, result, taken);
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(desktop.appInfo(first->app).pid, pid);
+    EXPECT_EQ(desktop.appInfo(second->app).pid, pid);
+    EXPECT_EQ(result.launched, 0);
+    EXPECT_EQ(desktop.calls("launch"), 0);
+    EXPECT_EQ(desktop.calls("runningCommands"), 0);
+}
+
+TEST_F(EnsureRunningTest, WhereInstancesAreSeparateEachRecordGetsOneOfItsOwn) {
+    desktop.windowManager = "openbox";
+    desktop.install(appSpec("com.example.Editor", "/Applications/Editor.app", "Editor"));
+    auto pid = desktop.startApp(appSpec("com.example.Editor", "/Applications/Editor.app", "Editor"));
+    std::vector<std::int32_t> taken;
+    auto first = Restore::ensureRunning(editor, result, taken);
+    auto second = Restore::ensureRunning(editor, result, taken);
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(desktop.appInfo(first->app).pid, pid);
+    EXPECT_FALSE(first->launched);
+    EXPECT_NE(desktop.appInfo(second->app).pid, pid);
+    EXPECT_TRUE(second->launched);
+    EXPECT_EQ(result.launched, 1);
+}
+
+TEST_F(EnsureRunningTest, AProgramThatHandsOverAndEndsIsNotWaitedFor) {
+    desktop.windowManager = "openbox";
+    SimAppSpec spec = appSpec("com.example.Editor", "/Applications/Editor.app", "Editor");
+    spec.fault = LaunchFault::handsOver;
+    desktop.install(spec);
+    auto running = Restore::ensureRunning(editor, result);
+    ASSERT_TRUE(running);
+    EXPECT_TRUE(running->launched);
+    EXPECT_FALSE(desktop.appInfo(running->app).terminated) << "the instance it handed over to";
+    EXPECT_LT(desktop.now(), 5.0) << "not the 20 seconds of a launch that never finishes";
+    EXPECT_TRUE(result.problems.empty());
+}
+
+TEST_F(EnsureRunningTest, AProgramThatEndsWithNoOneToHandOverToIsAProblem) {
+    desktop.windowManager = "openbox";
+    SimAppSpec spec = appSpec(std::nullopt, "/usr/bin/xmessage", "XMessage");
+    spec.fault = LaunchFault::handsOver;
+    desktop.install(spec);
+    AppState message = recorded(std::nullopt, "/usr/bin/xmessage", "XMessage");
+    message.commandLine = std::vector<std::string>{"/usr/bin/xmessage", "hello"};
+    EXPECT_FALSE(Restore::ensureRunning(message, result));
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"XMessage: started, but ended before it showed a window"}));
+    EXPECT_EQ(result.launched, 1);
+    EXPECT_LT(desktop.now(), 5.0);
 }
 
 }  // namespace

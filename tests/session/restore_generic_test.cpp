@@ -5,6 +5,7 @@
 #include "support/sim_desktop.h"
 #include "support/temp_dir.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace tarnwick {
@@ -318,6 +319,56 @@ TEST(FileURLPath, RejectsEverythingElse) {
                              "file:///tmp/%zz", "file:///tmp/%4", "file:///tmp/%00x", "file:", "file://", "",
                              "file:relative/path", "fil:///tmp"})
         EXPECT_EQ(Restore::fileURLPath(text), std::nullopt) << text;
+}
+
+}  // namespace
+}  // namespace tarnwick
+
+namespace tarnwick {
+namespace {
+
+using ::testing::ElementsAre;
+
+// The attribute names written to each window, in order.
+std::vector<std::string> writtenNames(const SimDesktop& desktop) {
+    std::vector<std::string> names;
+    for (const auto& write : desktop.writes) names.push_back(write.attribute);
+    return names;
+}
+
+TEST_F(RestoreGenericTest, TheWorkspaceComesFirstAndAMaximizedAxisIsReleasedBeforeTheFrame) {
+    auto pid = running({live("Doc")});
+    WindowState window = saved("Doc", Frame{10, 20, 300, 200});
+    window.workspace = 2;
+    window.maximizedHorizontally = false;
+    window.maximizedVertically = true;
+    app.windows = {window};
+    restore(pid, false);
+    EXPECT_THAT(writtenNames(desktop),
+                ElementsAre("TWWorkspace", "TWMaximizedHorizontally", "AXSize", "AXPosition", "AXSize",
+                            "TWMaximizedVertically"));
+    EXPECT_EQ(desktop.writes[0].value, AttrValue(std::int64_t{2}));
+    EXPECT_EQ(desktop.writes[1].value, AttrValue(false));
+    EXPECT_EQ(desktop.writes[5].value, AttrValue(true));
+    EXPECT_EQ(result.windows, 1);
+}
+
+TEST_F(RestoreGenericTest, AWindowMaximizedBothWaysKeepsItsSizeForLater) {
+    auto pid = running({live("Doc")});
+    WindowState window = saved("Doc", Frame{0, 0, 1600, 1000});
+    window.maximizedHorizontally = true;
+    window.maximizedVertically = true;
+    app.windows = {window};
+    restore(pid, false);
+    EXPECT_THAT(writtenNames(desktop), ElementsAre("TWMaximizedHorizontally", "TWMaximizedVertically"))
+        << "no frame written: the manager sizes it, and the size it has stays for when it is restored";
+}
+
+TEST_F(RestoreGenericTest, WithoutTheWindowManagersStatesNothingOfThemIsWritten) {
+    auto pid = running({live("Doc")});
+    app.windows = {saved("Doc", Frame{10, 20, 300, 200})};
+    restore(pid, false);
+    EXPECT_THAT(writtenNames(desktop), ElementsAre("AXSize", "AXPosition", "AXSize"));
 }
 
 }  // namespace

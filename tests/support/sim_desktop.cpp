@@ -383,9 +383,12 @@ std::optional<App> SimDesktop::openApplication(const std::string& appPath, doubl
     std::lock_guard guard(lock_);
     count("openApplication");
     journal.push_back("openApplication:" + appPath);
-    // An application that runs already is handed back as it is.
-    for (auto pid : launchOrder_)
-        if (SimApp* running = runningApp(pid); running && running->spec.bundlePath == appPath) return handleFor(pid);
+    // An application that runs already is handed back as it is; where each
+    // instance counts (X11) a launch starts another.
+    if (!windowManager)
+        for (auto pid : launchOrder_)
+            if (SimApp* running = runningApp(pid); running && running->spec.bundlePath == appPath)
+                return handleFor(pid);
     const SimAppSpec* spec = nullptr;
     for (const SimAppSpec& candidate : installed_)
         if (candidate.bundlePath == appPath && files_.count(appPath)) spec = &candidate;
@@ -403,9 +406,38 @@ std::optional<App> SimDesktop::openApplication(const std::string& appPath, doubl
     }
     // The process starts now; whether its answer arrives in time is the wait's business.
     std::int32_t pid = launch(*spec, false);
+    if (spec->fault == LaunchFault::handsOver) {
+        launch(*spec, false);
+        app(pid).terminated = true;
+    }
     if (!waitForAnswer(spec->launchDelay, timeout)) return std::nullopt;
     return handleFor(pid);
 }
+
+// Programs here are known by their bundles only: no command line finds one.
+std::vector<App> SimDesktop::runningCommands(const std::vector<std::string>&) {
+    std::lock_guard guard(lock_);
+    count("runningCommands");
+    return {};
+}
+
+// Noted with its words and folder, then started by its path as openApplication starts it.
+std::optional<App> SimDesktop::launch(const LaunchRequest& request, double timeout, ErrorSink onError) {
+    {
+        std::lock_guard guard(lock_);
+        count("launch");
+        std::string entry = "launch:" + request.path;
+        if (request.commandLine)
+            for (const std::string& word : *request.commandLine) entry += " " + word;
+        if (request.workingDirectory) entry += " in " + *request.workingDirectory;
+        journal.push_back(entry);
+    }
+    return openApplication(request.path, timeout, std::move(onError));
+}
+
+bool SimDesktop::separateInstances() { return windowManager.has_value(); }
+
+std::optional<std::string> SimDesktop::windowManagerName() { return windowManager; }
 
 void SimDesktop::openDocuments(const std::vector<std::string>& urls, const std::string& appPath, double timeout,
                                ErrorSink onError) {

@@ -55,6 +55,9 @@ enum class LaunchFault {
     none,
     refuse,  // the launch answers at once with an error
     hang,    // the launch never answers
+    // The process started hands its work to another instance and ends at once,
+    // as many single-instance Linux programs do; that instance starts now too.
+    handsOver,
 };
 
 // An installed application: what it is and how it behaves when launched.
@@ -142,6 +145,9 @@ public:
     std::optional<std::int32_t> pidOf(const std::string& bundleID);
 
     bool trusted = true;
+    // Set: the desktop acts as X11 does, with a window manager of this name
+    // and each running instance recorded on its own.
+    std::optional<std::string> windowManager;
     std::optional<std::string> ownBundleID = "com.tarnwick.Tarnwick";
     std::optional<std::int32_t> frontmost;
     std::string home = "/Users/tester";
@@ -157,6 +163,7 @@ public:
     std::vector<std::int32_t> activations;
     std::vector<SimScriptRun> scriptRuns;
     // What was done, in order: "openApplication:PATH", "openDocuments:PATH",
+    // "launch:PATH WORD… in FOLDER",
     // "setAttribute:NAME:WINDOW", "hide:PID", "activate:PID", "sleep",
     // "appleScript:KIND:BUNDLE". Tests add their own entries beside them.
     std::vector<std::string> journal;
@@ -184,6 +191,11 @@ public:
     std::optional<App> openApplication(const std::string& appPath, double timeout, ErrorSink onError) override;
     void openDocuments(const std::vector<std::string>& urls, const std::string& appPath, double timeout,
                        ErrorSink onError) override;
+
+    std::vector<App> runningCommands(const std::vector<std::string>& commandLine) override;
+    std::optional<App> launch(const LaunchRequest& request, double timeout, ErrorSink onError) override;
+    bool separateInstances() override;
+    std::optional<std::string> windowManagerName() override;
 
     bool fileExists(const std::string& path) override;
     std::string homeDirectory() override;

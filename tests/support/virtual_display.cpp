@@ -121,8 +121,16 @@ void VirtualDisplay::abandon(const std::string& why) {
     fail(why);
 }
 
-pid_t VirtualDisplay::start(const std::string& program, const std::vector<std::string>& arguments) {
-    programs_.push_back(startProgram(program, arguments));
+pid_t VirtualDisplay::start(const std::string& program, const std::vector<std::string>& arguments,
+                            const std::string& folder) {
+    if (folder.empty()) {
+        programs_.push_back(startProgram(program, arguments));
+    } else {
+        // The shell changes folder and becomes the program: the pid stays.
+        std::vector<std::string> words{"-c", "cd \"$0\" && exec \"$@\"", folder, programPath(program)};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        programs_.push_back(startProgram("sh", words));
+    }
     return programs_.back().pid();
 }
 
@@ -238,6 +246,56 @@ bool DisplayProbe::fullScreen(std::uint32_t window) {
     auto states = state_->cardinals(window, "_NET_WM_STATE", XCB_ATOM_ATOM);
     xcb_atom_t wanted = state_->atom("_NET_WM_STATE_FULLSCREEN");
     return std::find(states.begin(), states.end(), wanted) != states.end();
+}
+
+bool DisplayProbe::maximized(std::uint32_t window) {
+    auto states = state_->cardinals(window, "_NET_WM_STATE", XCB_ATOM_ATOM);
+    auto has = [&](const char* name) { return std::find(states.begin(), states.end(), state_->atom(name)) != states.end(); };
+    return has("_NET_WM_STATE_MAXIMIZED_VERT") && has("_NET_WM_STATE_MAXIMIZED_HORZ");
+}
+
+std::optional<std::uint32_t> DisplayProbe::workspace(std::uint32_t window) {
+    auto values = state_->cardinals(window, "_NET_WM_DESKTOP", XCB_ATOM_CARDINAL);
+    if (values.empty()) return std::nullopt;
+    return values.front();
+}
+
+std::optional<std::uint32_t> DisplayProbe::pid(std::uint32_t window) {
+    auto values = state_->cardinals(window, "_NET_WM_PID", XCB_ATOM_CARDINAL);
+    if (values.empty()) return std::nullopt;
+    return values.front();
+}
+
+namespace {
+
+// A client message to the root window, as pagers send them.
+void askWindowManager(xcb_connection_t* connection, xcb_window_t root, xcb_window_t window, xcb_atom_t type,
+                      std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+    xcb_client_message_event_t message{};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = window;
+    message.type = type;
+    message.data.data32[0] = a;
+    message.data.data32[1] = b;
+    message.data.data32[2] = c;
+    message.data.data32[3] = 2;  // source: a pager
+    xcb_send_event(connection, 0, root, XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                   reinterpret_cast<const char*>(&message));
+    xcb_flush(connection);
+}
+
+}  // namespace
+
+void DisplayProbe::requestWorkspace(std::uint32_t window, std::uint32_t desktop) {
+    auto& s = *state_;
+    askWindowManager(s.connection, s.root, window, s.atom("_NET_WM_DESKTOP"), desktop, 2, 0);
+}
+
+void DisplayProbe::requestMaximized(std::uint32_t window, bool on) {
+    auto& s = *state_;
+    askWindowManager(s.connection, s.root, window, s.atom("_NET_WM_STATE"), on ? 1 : 0,
+                     s.atom("_NET_WM_STATE_MAXIMIZED_VERT"), s.atom("_NET_WM_STATE_MAXIMIZED_HORZ"));
 }
 
 void DisplayProbe::configure(std::uint32_t window, int x, int y, unsigned w, unsigned h) {

@@ -39,8 +39,9 @@ public:
     int width() const { return width_; }
     int height() const { return height_; }
 
-    // Starts a program found in PATH; its pid.
-    pid_t start(const std::string& program, const std::vector<std::string>& arguments);
+    // Starts a program found in PATH, in `folder` when one is given; its pid.
+    pid_t start(const std::string& program, const std::vector<std::string>& arguments,
+                const std::string& folder = "");
     // Ends a program started here and reaps it.
     void quit(pid_t pid);
 
@@ -75,6 +76,15 @@ public:
     std::optional<Rect> frame(std::uint32_t window);
     bool hidden(std::uint32_t window);
     bool fullScreen(std::uint32_t window);
+    // Maximized both ways.
+    bool maximized(std::uint32_t window);
+    // _NET_WM_DESKTOP: the workspace, counted from 0.
+    std::optional<std::uint32_t> workspace(std::uint32_t window);
+    // _NET_WM_PID, when the client says.
+    std::optional<std::uint32_t> pid(std::uint32_t window);
+    // What a pager asks of the window manager: another workspace, maximized or not.
+    void requestWorkspace(std::uint32_t window, std::uint32_t workspace);
+    void requestMaximized(std::uint32_t window, bool on);
 
     // The client's own request to move and resize (the window manager decides).
     void configure(std::uint32_t window, int x, int y, unsigned w, unsigned h);

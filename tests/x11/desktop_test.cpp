@@ -10,6 +10,8 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <algorithm>
+#include <chrono>
 #include <map>
 
 namespace tarnwick::testing {
@@ -82,10 +84,11 @@ protected:
         dataHome.reset();
     }
 
-    std::filesystem::path entry(const std::string& id, const std::string& name, const std::string& exec) {
+    std::filesystem::path entry(const std::string& id, const std::string& name, const std::string& exec,
+                                const std::string& more = "") {
         auto file = dir.path() / "share" / "applications" / (id + ".desktop");
         std::filesystem::create_directories(file.parent_path());
-        writeText(file, "[Desktop Entry]\nType=Application\nName=" + name + "\nExec=" + exec + "\n");
+        writeText(file, "[Desktop Entry]\nType=Application\nName=" + name + "\nExec=" + exec + "\n" + more);
         return file;
     }
 
@@ -153,7 +156,7 @@ protected:
     std::filesystem::path captureToFile() {
         Finished capture = tarnwick({"--capture"});
         EXPECT_TRUE(capture.succeeded()) << capture.err;
-        EXPECT_EQ(capture.err, "4 apps · 4 windows; accessibility on\n");
+        EXPECT_EQ(capture.err, "4 apps · 4 windows; window manager: Openbox\n");
         auto file = dir.path() / "session.json";
         writeText(file, capture.out);
         return file;
@@ -239,6 +242,197 @@ TEST_F(DesktopTest, RunningAppsThatWereMovedGoBackWithoutASecondCopy) {
     EXPECT_NE(restore.out.find("launched 0, windows 4, tabs 0\n"), std::string::npos) << restore.out;
     EXPECT_EQ(settlesAs(arranged), "");
     EXPECT_EQ(probe->clients().size(), 4u);
+}
+
+// Processes of this short name (comm) on this display, with their command
+// lines. Programs of an earlier test's display may still be on their way out.
+std::vector<std::vector<std::string>> processesNamed(const std::string& name) {
+    const std::string display = std::string("DISPLAY=") + std::getenv("DISPLAY");
+    std::vector<std::vector<std::string>> found;
+    std::error_code error;
+    for (auto it = std::filesystem::directory_iterator("/proc", error);
+         !error && it != std::filesystem::directory_iterator(); it.increment(error)) {
+        std::string pid = it->path().filename().string();
+        if (pid.find_first_not_of("0123456789") != std::string::npos) continue;
+        std::string comm = readText(it->path() / "comm");
+        if (comm != name + "\n") continue;
+        std::string environment = readText(it->path() / "environ");
+        if (environment.find(display + '\0') == std::string::npos) continue;
+        std::string raw = readText(it->path() / "cmdline");
+        std::vector<std::string> words;
+        for (size_t at = 0; at < raw.size();) {
+            size_t end = raw.find('\0', at);
+            if (end == std::string::npos) end = raw.size();
+            words.push_back(raw.substr(at, end - at));
+            at = end + 1;
+        }
+        found.push_back(words);
+    }
+    return found;
+}
+
+// The folder of the shell under a terminal's process.
+std::string shellFolder(std::uint32_t pid) {
+    std::string children = readText("/proc/" + std::to_string(pid) + "/task/" + std::to_string(pid) + "/children");
+    if (children.empty()) return "";
+    std::string child = children.substr(0, children.find(' '));
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/" + child + "/cwd", error).string();
+}
+
+class LinuxSessionTest : public DesktopTest {
+protected:
+    void SetUp() override {
+        DesktopTest::SetUp();
+        entry("xterm", "Terminal", "xterm", "Categories=System;TerminalEmulator;\n");
+        for (const auto* folder : {"project-one", "project-two"}) {
+            folders.push_back((dir.path() / folder).string());
+            std::filesystem::create_directories(folders.back());
+        }
+    }
+
+    // Two terminals in two folders, a digital clock and a logo known by no
+    // entry, and the eyes: the logo on the second workspace, the eyes maximized.
+    void arrange() {
+        pids.push_back(display->start("xterm", {"-geometry", "60x10+40+40"}, folders[0]));
+        pids.push_back(display->start("xterm", {"-geometry", "60x10+700+40"}, folders[1]));
+        pids.push_back(display->start("xclock", {"-digital", "-geometry", "260x60+100+500"}));
+        pids.push_back(display->start("xlogo", {"-geometry", "200x150+700+500"}));
+        pids.push_back(display->start("xeyes", {"-geometry", "150x100+1100+300"}));
+        ASSERT_TRUE(eventually([&] {
+            return probe->clientsOfClass("XTerm").size() == 2 && probe->clientsOfClass("XClock").size() == 1 &&
+                   probe->clientsOfClass("XLogo").size() == 1 && probe->clientsOfClass("XEyes").size() == 1;
+        })) << "the programs did not come up";
+        logo = probe->clientsOfClass("XLogo").front();
+        eyes = probe->clientsOfClass("XEyes").front();
+        probe->requestWorkspace(logo, 1);
+        probe->requestMaximized(eyes, true);
+        ASSERT_TRUE(eventually([&] { return probe->workspace(logo) == 1u && probe->maximized(eyes); }))
+            << "the window manager did not move the logo or maximize the eyes";
+        clockFrame = *probe->frame(probe->clientsOfClass("XClock").front());
+        logoFrame = *probe->frame(logo);
+    }
+
+    std::filesystem::path capture() {
+        Finished finished = tarnwick({"--capture"});
+        EXPECT_TRUE(finished.succeeded()) << finished.err;
+        EXPECT_EQ(finished.err, "5 apps · 5 windows; window manager: Openbox\n");
+        auto file = dir.path() / "session.json";
+        writeText(file, finished.out);
+        return file;
+    }
+
+    // The terminals' shells' folders, in order.
+    std::vector<std::string> terminalFolders() {
+        std::vector<std::string> found;
+        for (std::uint32_t window : probe->clientsOfClass("XTerm"))
+            if (auto pid = probe->pid(window)) found.push_back(shellFolder(*pid));
+        std::sort(found.begin(), found.end());
+        return found;
+    }
+
+    static std::string describe(const std::optional<Rect>& frame) {
+        if (!frame) return "(none)";
+        return std::to_string(frame->x) + "," + std::to_string(frame->y) + " " + std::to_string(frame->w) + "x" +
+               std::to_string(frame->h);
+    }
+
+    static bool nearFrame(const std::optional<Rect>& a, const Rect& b) {
+        return a && std::abs(a->x - b.x) <= 2 && std::abs(a->y - b.y) <= 2 && std::abs(a->w - b.w) <= 2 &&
+               std::abs(a->h - b.h) <= 2;
+    }
+
+    std::vector<std::string> folders;
+    std::vector<pid_t> pids;
+    std::uint32_t logo = 0, eyes = 0;
+    Rect clockFrame, logoFrame;
+};
+
+TEST_F(LinuxSessionTest, QuitProgramsComeBackAsStartedInTheirFoldersWorkspacesAndStates) {
+    ASSERT_NO_FATAL_FAILURE(arrange());
+    auto file = capture();
+    auto snapshot = decodeSnapshot(readText(file));
+    ASSERT_TRUE(snapshot);
+    std::vector<std::string> recordedFolders;
+    for (const AppState& app : snapshot->apps) {
+        if (app.workingDirectory) recordedFolders.push_back(*app.workingDirectory);
+        if (app.name == "XClock") {
+            EXPECT_EQ(app.commandLine,
+                      (std::vector<std::string>{programPath("xclock"), "-digital", "-geometry", "260x60+100+500"}));
+            EXPECT_EQ(app.bundleID, std::nullopt);
+        }
+        if (app.name == "Terminal") {
+            EXPECT_EQ(app.commandLine, std::nullopt) << "an entry starts it";
+        }
+        if (app.name == "XLogo") {
+            EXPECT_EQ(app.windows.at(0).workspace, 1);
+        }
+        if (app.name == "XEyes") {
+            EXPECT_EQ(app.windows.at(0).maximizedHorizontally, true);
+            EXPECT_EQ(app.windows.at(0).maximizedVertically, true);
+        }
+    }
+    std::sort(recordedFolders.begin(), recordedFolders.end());
+    EXPECT_EQ(recordedFolders, folders);
+
+    for (pid_t pid : pids) display->quit(pid);
+    ASSERT_TRUE(eventually([&] { return probe->clients().empty(); })) << "the programs did not quit";
+
+    Finished restore = tarnwick({"--restore", file.string()});
+    EXPECT_TRUE(restore.succeeded()) << restore.err;
+    EXPECT_NE(restore.out.find("launched 5, windows 5, tabs 0\n"), std::string::npos) << restore.out;
+    EXPECT_EQ(restore.out.find("problem:"), std::string::npos) << restore.out;
+
+    EXPECT_TRUE(eventually([&] { return terminalFolders() == folders; }))
+        << "two terminals, each in its folder; have " << terminalFolders().size();
+    auto clocks = processesNamed("xclock");
+    ASSERT_EQ(clocks.size(), 1u);
+    EXPECT_EQ(clocks[0], (std::vector<std::string>{programPath("xclock"), "-digital", "-geometry", "260x60+100+500"}));
+    EXPECT_TRUE(eventually([&] {
+        auto logos = probe->clientsOfClass("XLogo");
+        auto clock = probe->clientsOfClass("XClock");
+        auto eyesNow = probe->clientsOfClass("XEyes");
+        return logos.size() == 1 && clock.size() == 1 && eyesNow.size() == 1 && probe->workspace(logos[0]) == 1u &&
+               nearFrame(probe->frame(logos[0]), logoFrame) && nearFrame(probe->frame(clock[0]), clockFrame) &&
+               probe->maximized(eyesNow[0]);
+    })) << "the logo on its workspace, the clock in place, the eyes maximized";
+}
+
+TEST_F(LinuxSessionTest, RunningProgramsGoBackWithoutBeingStartedAgain) {
+    ASSERT_NO_FATAL_FAILURE(arrange());
+    auto file = capture();
+    // The user moves the logo back to the first workspace and elsewhere,
+    // maximizes the clock and restores the eyes.
+    std::uint32_t clock = probe->clientsOfClass("XClock").front();
+    probe->requestWorkspace(logo, 0);
+    probe->configure(logo, 300, 300, 120, 100);
+    probe->requestMaximized(clock, true);
+    probe->requestMaximized(eyes, false);
+    ASSERT_TRUE(eventually([&] {
+        return probe->workspace(logo) == 0u && probe->maximized(clock) && !probe->maximized(eyes) &&
+               !nearFrame(probe->frame(logo), logoFrame);
+    })) << "the windows did not change";
+
+    auto started = std::chrono::steady_clock::now();
+    Finished restore = tarnwick({"--restore", file.string()});
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    EXPECT_TRUE(restore.succeeded()) << restore.err;
+    EXPECT_NE(restore.out.find("launched 0, windows 5, tabs 0\n"), std::string::npos) << restore.out;
+    EXPECT_EQ(restore.out.find("problem:"), std::string::npos) << restore.out;
+    EXPECT_LT(seconds, 5.0) << "a restore over a running session";
+
+    EXPECT_TRUE(eventually([&] {
+        return probe->workspace(logo) == 1u && nearFrame(probe->frame(logo), logoFrame) && !probe->maximized(clock) &&
+               nearFrame(probe->frame(clock), clockFrame) && probe->maximized(eyes);
+    })) << "logo on " << probe->workspace(logo).value_or(99) << " at " << describe(probe->frame(logo))
+        << " (want " << describe(logoFrame) << "), clock maximized " << probe->maximized(clock) << " at "
+        << describe(probe->frame(clock)) << " (want " << describe(clockFrame) << "), eyes maximized "
+        << probe->maximized(eyes);
+    EXPECT_EQ(probe->clients().size(), 5u) << "no second copy of anything";
+    EXPECT_EQ(processesNamed("xclock").size(), 1u);
+    EXPECT_EQ(processesNamed("xlogo").size(), 1u);
+    EXPECT_EQ(processesNamed("xterm").size(), 2u);
+    EXPECT_EQ(terminalFolders(), folders);
 }
 
 TEST_F(DesktopTest, WithoutAModeTheProgramSaysTheMenuBarApplicationIsForMacs) {
