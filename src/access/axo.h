@@ -17,6 +17,9 @@ namespace tarnwick::AXO {
 inline constexpr const char* workspaceAttribute = "TWWorkspace";
 inline constexpr const char* maximizedHorizontallyAttribute = "TWMaximizedHorizontally";
 inline constexpr const char* maximizedVerticallyAttribute = "TWMaximizedVertically";
+// Both axes in one request, as pagers ask: some managers ignore two one-axis
+// requests in a row. Written only.
+inline constexpr const char* maximizedAttribute = "TWMaximized";
 
 // Whether this process may use window access at all.
 bool trusted();

@@ -272,10 +272,13 @@ struct Connection::State {
         flush();
     }
 
-    // Waits, a little, until the window manager shows the state as asked.
-    void waitForState(WindowID window, xcb_atom_t state, bool on) {
-        for (int tries = 0; tries < 50 && hasState(window, state) != on; ++tries)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    // One request for one or two states, as a pager sends it.
+    void setStates(WindowID window, const std::vector<xcb_atom_t>& states, bool on) {
+        xcb_ewmh_request_change_wm_state(&ewmh, screenNumber, window,
+                                         on ? XCB_EWMH_WM_STATE_ADD : XCB_EWMH_WM_STATE_REMOVE, states.at(0),
+                                         states.size() > 1 ? states[1] : static_cast<xcb_atom_t>(XCB_ATOM_NONE),
+                                         XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER);
+        flush();
     }
 
     // The workspace, or -1 when the window shows on all of them.
@@ -472,16 +475,25 @@ void Connection::setAttribute(const Element& element, const std::string& name, c
         if (auto* on = std::get_if<bool>(&value)) s.setState(window, s.ewmh._NET_WM_STATE_FULLSCREEN, *on);
     } else if (name == AXO::workspaceAttribute) {
         if (auto* desktop = std::get_if<std::int64_t>(&value)) s.setWorkspace(window, *desktop);
-    } else if (name == AXO::maximizedHorizontallyAttribute || name == AXO::maximizedVerticallyAttribute) {
+    } else if (name == AXO::maximizedHorizontallyAttribute || name == AXO::maximizedVerticallyAttribute ||
+               name == AXO::maximizedAttribute) {
         auto* on = std::get_if<bool>(&value);
         if (on == nullptr) return;
-        xcb_atom_t state = name == AXO::maximizedHorizontallyAttribute ? s.ewmh._NET_WM_STATE_MAXIMIZED_HORZ
-                                                                        : s.ewmh._NET_WM_STATE_MAXIMIZED_VERT;
-        if (s.hasState(window, state) == *on) return;
-        s.setState(window, state, *on);
+        std::vector<xcb_atom_t> states;
+        if (name != AXO::maximizedVerticallyAttribute) states.push_back(s.ewmh._NET_WM_STATE_MAXIMIZED_HORZ);
+        if (name != AXO::maximizedHorizontallyAttribute) states.push_back(s.ewmh._NET_WM_STATE_MAXIMIZED_VERT);
+        auto settled = [&] {
+            for (xcb_atom_t state : states)
+                if (s.hasState(window, state) != *on) return false;
+            return true;
+        };
+        if (settled()) return;
+        s.setStates(window, states, *on);
         // A frame is written next, sized by the frame extents: a manager that
         // draws maximized windows with other borders must have let go first.
-        if (!*on) s.waitForState(window, state, false);
+        if (!*on)
+            for (int tries = 0; tries < 50 && !settled(); ++tries)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
 }
 

@@ -88,16 +88,22 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
         bool maximizedState = saved.maximizedHorizontally || saved.maximizedVertically;
         bool wide = saved.maximizedHorizontally.value_or(false), tall = saved.maximizedVertically.value_or(false);
         if (saved.workspace) AXO::setInteger(window, AXO::workspaceAttribute, *saved.workspace);
-        if (maximizedState) {
-            if (!wide) AXO::setBool(window, AXO::maximizedHorizontallyAttribute, false);
-            if (!tall) AXO::setBool(window, AXO::maximizedVerticallyAttribute, false);
-        }
+        if (maximizedState && !(wide && tall))
+            AXO::setBool(window,
+                         wide   ? AXO::maximizedVerticallyAttribute
+                         : tall ? AXO::maximizedHorizontallyAttribute
+                                : AXO::maximizedAttribute,
+                         false);
         // A window going full screen gets its size from the screen, not from us;
         // one maximized both ways from the work area, and keeps the size it has
         // for when it is restored.
         if (saved.frame && !saved.fullScreen && !(wide && tall)) AXO::setFrame(window, *saved.frame);
-        if (wide) AXO::setBool(window, AXO::maximizedHorizontallyAttribute, true);
-        if (tall) AXO::setBool(window, AXO::maximizedVerticallyAttribute, true);
+        if (wide || tall)
+            AXO::setBool(window,
+                         wide && tall ? AXO::maximizedAttribute
+                         : wide       ? AXO::maximizedHorizontallyAttribute
+                                      : AXO::maximizedVerticallyAttribute,
+                         true);
         if (saved.minimized) AXO::setBool(window, "AXMinimized", true);
         if (saved.fullScreen) AXO::setBool(window, "AXFullScreen", true);
         result.windows += 1;

@@ -360,8 +360,21 @@ TEST_F(RestoreGenericTest, AWindowMaximizedBothWaysKeepsItsSizeForLater) {
     window.maximizedVertically = true;
     app.windows = {window};
     restore(pid, false);
-    EXPECT_THAT(writtenNames(desktop), ElementsAre("TWMaximizedHorizontally", "TWMaximizedVertically"))
-        << "no frame written: the manager sizes it, and the size it has stays for when it is restored";
+    EXPECT_THAT(writtenNames(desktop), ElementsAre("TWMaximized"))
+        << "one request for both ways, and no frame: the manager sizes it, and the size it has stays for when "
+           "it is restored";
+    EXPECT_EQ(desktop.writes[0].value, AttrValue(true));
+}
+
+TEST_F(RestoreGenericTest, AWindowMaximizedNeitherWayIsReleasedInOneRequestBeforeItsFrame) {
+    auto pid = running({live("Doc")});
+    WindowState window = saved("Doc", Frame{10, 20, 300, 200});
+    window.maximizedHorizontally = false;
+    window.maximizedVertically = false;
+    app.windows = {window};
+    restore(pid, false);
+    EXPECT_THAT(writtenNames(desktop), ElementsAre("TWMaximized", "AXSize", "AXPosition", "AXSize"));
+    EXPECT_EQ(desktop.writes[0].value, AttrValue(false));
 }
 
 TEST_F(RestoreGenericTest, WithoutTheWindowManagersStatesNothingOfThemIsWritten) {

@@ -73,6 +73,24 @@ bool eventually(const std::function<bool()>& condition, double seconds) {
     }
 }
 
+std::string testWindowManager() {
+    const char* chosen = std::getenv("TARNWICK_TEST_WINDOW_MANAGER");
+    return chosen != nullptr && *chosen != '\0' ? chosen : "openbox";
+}
+
+namespace {
+
+// How each window manager the tests know is started on its own display,
+// without session management and, for xfwm4, without its compositor.
+std::vector<std::string> managerCommand(const std::string& manager) {
+    if (manager == "openbox") return {"--sm-disable"};
+    if (manager == "xfwm4") return {"--replace", "--sm-client-disable", "--compositor=off"};
+    if (manager == "mutter") return {"--x11", "--replace", "--sm-disable"};
+    fail("no way known to start the window manager " + manager);
+}
+
+}  // namespace
+
 VirtualDisplay::VirtualDisplay(bool windowManager, int width, int height) : width_(width), height_(height) {
     std::string screen = std::to_string(width) + "x" + std::to_string(height) + "x24";
     server_.emplace(startProgram("Xvfb", {"-displayfd", "1", "-screen", "0", screen, "-nolisten", "tcp"}));
@@ -81,12 +99,13 @@ VirtualDisplay::VirtualDisplay(bool windowManager, int width, int height) : widt
     name_ = ":" + *number;
     ::setenv("DISPLAY", name_.c_str(), 1);
     if (!windowManager) return;
-    manager_.emplace(startProgram("openbox", {"--sm-disable"}));
+    const std::string manager = testWindowManager();
+    manager_.emplace(startProgram(manager, managerCommand(manager)));
     // openbox announces itself before it takes windows, and drops a request to
     // show one that comes in while it starts: ready means a window of ours is
     // managed, asking again until it is.
     DisplayProbe probe;
-    if (!eventually([&] { return probe.windowManagerReady(); }, 20.0)) abandon("openbox did not start on " + name_);
+    if (!eventually([&] { return probe.windowManagerReady(); }, 20.0)) abandon(manager + " did not start on " + name_);
     std::uint32_t canary = probe.createWindow("ready?", DisplayProbe::Kind::normal);
     bool managed = eventually(
         [&] {
@@ -95,9 +114,9 @@ VirtualDisplay::VirtualDisplay(bool windowManager, int width, int height) : widt
             return false;
         },
         20.0);
-    if (!managed) abandon("openbox manages no window on " + name_);
+    if (!managed) abandon(manager + " manages no window on " + name_);
     probe.destroyWindow(canary);
-    if (!eventually([&] { return probe.clients().empty(); }, 20.0)) abandon("openbox kept a closed window");
+    if (!eventually([&] { return probe.clients().empty(); }, 20.0)) abandon(manager + " kept a closed window");
 }
 
 VirtualDisplay::~VirtualDisplay() {
@@ -248,6 +267,18 @@ bool DisplayProbe::fullScreen(std::uint32_t window) {
     return std::find(states.begin(), states.end(), wanted) != states.end();
 }
 
+std::string DisplayProbe::windowManagerName() {
+    auto check = state_->cardinals(state_->root, "_NET_SUPPORTING_WM_CHECK", XCB_ATOM_WINDOW);
+    if (check.empty()) return "";
+    auto& s = *state_;
+    Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(
+        s.connection, xcb_get_property(s.connection, 0, check.front(), s.atom("_NET_WM_NAME"), s.atom("UTF8_STRING"), 0, 256),
+        nullptr));
+    if (!reply) return "";
+    return std::string(static_cast<const char*>(xcb_get_property_value(reply.get())),
+                       static_cast<size_t>(xcb_get_property_value_length(reply.get())));
+}
+
 bool DisplayProbe::maximized(std::uint32_t window) {
     auto states = state_->cardinals(window, "_NET_WM_STATE", XCB_ATOM_ATOM);
     auto has = [&](const char* name) { return std::find(states.begin(), states.end(), state_->atom(name)) != states.end(); };
@@ -296,6 +327,16 @@ void DisplayProbe::requestMaximized(std::uint32_t window, bool on) {
     auto& s = *state_;
     askWindowManager(s.connection, s.root, window, s.atom("_NET_WM_STATE"), on ? 1 : 0,
                      s.atom("_NET_WM_STATE_MAXIMIZED_VERT"), s.atom("_NET_WM_STATE_MAXIMIZED_HORZ"));
+}
+
+void DisplayProbe::requestIconify(std::uint32_t window) {
+    auto& s = *state_;
+    askWindowManager(s.connection, s.root, window, s.atom("WM_CHANGE_STATE"), 3 /* IconicState */, 0, 0);
+}
+
+void DisplayProbe::requestActivate(std::uint32_t window) {
+    auto& s = *state_;
+    askWindowManager(s.connection, s.root, window, s.atom("_NET_ACTIVE_WINDOW"), 2 /* a pager */, 0, 0);
 }
 
 void DisplayProbe::configure(std::uint32_t window, int x, int y, unsigned w, unsigned h) {

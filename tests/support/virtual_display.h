@@ -26,7 +26,11 @@ std::string programPath(const std::string& name);
 // Runs `condition` every 20 ms until it holds or `seconds` of real time pass.
 bool eventually(const std::function<bool()>& condition, double seconds = 10.0);
 
-// Xvfb on a free display number, with openbox managing it unless asked not to.
+// The window manager the tests run: TARNWICK_TEST_WINDOW_MANAGER (openbox,
+// xfwm4 or mutter; mutter wants a D-Bus session bus), openbox by default.
+std::string testWindowManager();
+
+// Xvfb on a free display number, with that window manager unless asked not to.
 // DISPLAY names it while the object lives; programs started on it end with it.
 class VirtualDisplay {
 public:
@@ -66,6 +70,8 @@ public:
 
     // Whether a window manager has announced itself on the root window.
     bool windowManagerReady();
+    // The name it gives itself.
+    std::string windowManagerName();
     // _NET_CLIENT_LIST as the window manager publishes it.
     std::vector<std::uint32_t> clients();
     // The managed windows whose WM_CLASS class is this.
@@ -85,6 +91,10 @@ public:
     // What a pager asks of the window manager: another workspace, maximized or not.
     void requestWorkspace(std::uint32_t window, std::uint32_t workspace);
     void requestMaximized(std::uint32_t window, bool on);
+    // The client's own ICCCM request to be iconified, as its minimize button sends.
+    void requestIconify(std::uint32_t window);
+    // A pager's request to bring the window forward, out of its icon too.
+    void requestActivate(std::uint32_t window);
 
     // The client's own request to move and resize (the window manager decides).
     void configure(std::uint32_t window, int x, int y, unsigned w, unsigned h);

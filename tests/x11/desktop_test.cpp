@@ -103,6 +103,13 @@ protected:
         return seen;
     }
 
+    static std::string seenText(const std::map<std::string, std::vector<Seen>>& seen) {
+        std::string text;
+        for (const auto& [wmClass, windows] : seen)
+            for (const Seen& window : windows) text += " " + wmClass + " " + describe(window) + ";";
+        return text;
+    }
+
     // Waits until each class shows exactly one window as expected; the
     // difference when it never does.
     std::string settlesAs(const std::map<std::string, Seen>& expected, double seconds = 15.0) {
@@ -142,21 +149,25 @@ protected:
         Seen screen{Rect{0, 0, display->width(), display->height()}, false, true};
         ASSERT_TRUE(eventually([&] {
             auto seen = seenByClass({"XLogo", "XClock", "XTerm", "XEyes"});
+            // Some managers (mutter) show a window that asks to start iconic: minimized the user's way then.
+            if (seen.count("XClock") && !seen["XClock"].front().minimized)
+                probe->requestIconify(probe->clientsOfClass("XClock").front());
             return seen.size() == 4 && seen["XClock"].front().minimized && near(seen["XTerm"].front(), screen);
-        })) << "the programs did not come up as arranged: " << probe->clients().size() << " clients";
+        })) << "the programs did not come up as arranged: " << seenText(seenByClass({"XLogo", "XClock", "XTerm", "XEyes"}));
         for (const auto& [wmClass, windows] : seenByClass({"XLogo", "XClock", "XTerm", "XEyes"}))
             arranged[wmClass] = windows.front();
-        // The frames are where we asked for them, drawn around the clients.
-        EXPECT_EQ(arranged["XLogo"].frame.x, 120);
-        EXPECT_EQ(arranged["XLogo"].frame.y, 140);
-        EXPECT_GT(arranged["XLogo"].frame.h, 160) << "openbox draws a title bar";
-        EXPECT_EQ(arranged["XEyes"].frame.x, 900);
+        // The frames are where we asked for them, drawn around the clients
+        // (mutter's frame window also holds invisible borders to grab, 10 px).
+        EXPECT_NEAR(arranged["XLogo"].frame.x, 120, 10);
+        EXPECT_NEAR(arranged["XLogo"].frame.y, 140, 10);
+        EXPECT_GT(arranged["XLogo"].frame.h, 160) << "the window manager draws a title bar";
+        EXPECT_NEAR(arranged["XEyes"].frame.x, 900, 10);
     }
 
     std::filesystem::path captureToFile() {
         Finished capture = tarnwick({"--capture"});
         EXPECT_TRUE(capture.succeeded()) << capture.err;
-        EXPECT_EQ(capture.err, "4 apps · 4 windows; window manager: Openbox\n");
+        EXPECT_EQ(capture.err, "4 apps · 4 windows; window manager: " + probe->windowManagerName() + "\n");
         auto file = dir.path() / "session.json";
         writeText(file, capture.out);
         return file;
@@ -229,13 +240,13 @@ TEST_F(DesktopTest, RunningAppsThatWereMovedGoBackWithoutASecondCopy) {
     std::uint32_t clock = probe->clientsOfClass("XClock").front();
     probe->configure(logo, 700, 600, 300, 200);
     probe->configure(eyes, 40, 60, 100, 90);
-    probe->map(clock);
+    probe->requestActivate(clock);
     probe->configure(clock, 300, 320, 170, 170);
     ASSERT_TRUE(eventually([&] {
         auto now = seenByClass({"XLogo", "XEyes", "XClock"});
         return now.size() == 3 && !near(now["XLogo"].front(), arranged["XLogo"]) &&
                !near(now["XEyes"].front(), arranged["XEyes"]) && !now["XClock"].front().minimized;
-    })) << "the windows did not move";
+    })) << "the windows did not move:" << seenText(seenByClass({"XLogo", "XEyes", "XClock"}));
 
     Finished restore = tarnwick({"--restore", file.string()});
     EXPECT_TRUE(restore.succeeded()) << restore.err;
@@ -316,7 +327,7 @@ protected:
     std::filesystem::path capture() {
         Finished finished = tarnwick({"--capture"});
         EXPECT_TRUE(finished.succeeded()) << finished.err;
-        EXPECT_EQ(finished.err, "5 apps · 5 windows; window manager: Openbox\n");
+        EXPECT_EQ(finished.err, "5 apps · 5 windows; window manager: " + probe->windowManagerName() + "\n");
         auto file = dir.path() / "session.json";
         writeText(file, finished.out);
         return file;
