@@ -417,6 +417,8 @@ std::optional<WindowID> Connection::activeWindow() {
 
 void Connection::activateWindow(WindowID window) { state_->activate(window); }
 
+bool Connection::minimized(WindowID window) { return state_->hasState(window, state_->ewmh._NET_WM_STATE_HIDDEN); }
+
 Element Connection::application(std::int32_t pid) { return makeElement(pid, 0); }
 
 std::optional<AttrValue> Connection::copyAttribute(const Element& element, const std::string& name) {

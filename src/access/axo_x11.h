@@ -58,6 +58,7 @@ public:
     bool partOfTheDesktop(WindowID window);
     std::optional<WindowID> activeWindow();
     void activateWindow(WindowID window);
+    bool minimized(WindowID window);
 
     // The element surface of the seam.
     Element application(std::int32_t pid);

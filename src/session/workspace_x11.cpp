@@ -119,9 +119,14 @@ public:
     // X11 has no application-wide hiding; a snapshot taken here never records it.
     void hide(const App&) override {}
 
+    // Activating a window shows it: only one that is not minimized is brought
+    // forward, so that a restore never un-minimizes a window by activating it.
     void activate(const App& app) override {
-        auto windows = x_->windowsOf(pidOf(app));
-        if (!windows.empty()) x_->activateWindow(windows.front());
+        for (AXX11::WindowID window : x_->windowsOf(pidOf(app)))
+            if (!x_->minimized(window)) {
+                x_->activateWindow(window);
+                return;
+            }
     }
 
     std::optional<std::string> applicationPath(const std::string& bundleID) override {

@@ -11,6 +11,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 
@@ -174,6 +178,40 @@ TEST_F(BackendTest, AnAppWhoseProgramIsGoneIsAProblemAndTheRestStillComesBack) {
         auto frame = logos.size() == 1 ? probe.frame(logos.front()) : std::nullopt;
         return frame && frame->x == 300 && frame->y == 200 && frame->w == 250 && frame->h == 190;
     }));
+}
+
+}  // namespace
+}  // namespace tarnwick::testing
+
+namespace tarnwick::testing {
+namespace {
+
+TEST_F(BackendTest, ActivatingAnApplicationNeverShowsAMinimizedWindow) {
+    VirtualDisplay display;
+    DisplayProbe probe;
+    std::uint32_t first = probe.createWindow("First", Kind::normal);
+    std::uint32_t second = probe.createWindow("Second", Kind::normal);
+    ASSERT_TRUE(eventually([&] { return probe.clients().size() == 2; }));
+    probe.requestIconify(first);
+    ASSERT_TRUE(eventually([&] { return probe.hidden(first); }));
+
+    Installed x11;
+    std::optional<App> self;
+    for (const App& app : x11->runningApplications())
+        if (x11->appInfo(app).pid == ::getpid()) self = app;
+    ASSERT_TRUE(self);
+    x11->activate(*self);
+    EXPECT_TRUE(eventually([&] { return x11->frontmostApplication().has_value(); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_TRUE(probe.hidden(first)) << "the minimized window stays minimized";
+
+    // With every window minimized, nothing is shown at all.
+    probe.requestIconify(second);
+    ASSERT_TRUE(eventually([&] { return probe.hidden(second); }));
+    x11->activate(*self);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_TRUE(probe.hidden(first));
+    EXPECT_TRUE(probe.hidden(second));
 }
 
 }  // namespace
