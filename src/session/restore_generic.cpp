@@ -4,6 +4,7 @@
 #include "access/axo.h"
 #include "store/log.h"
 
+#include <cmath>
 #include <set>
 
 namespace tarnwick::Restore {
@@ -15,6 +16,8 @@ constexpr double launchedWait = 12.0;
 constexpr double runningWait = 1.0;
 constexpr double documentOpenTimeout = 20.0;
 constexpr double documentWindowWait = 10.0;
+constexpr double frameSettleWait = 0.5;
+constexpr double frameSettlePoll = 0.05;
 
 std::optional<std::string> textAttr(const Element& window, const std::string& name) {
     auto value = AXO::attr(window, name);
@@ -51,6 +54,53 @@ std::vector<Element> reopenDocuments(const AppState& app, std::int32_t pid, std:
     return waitForWindows(pid, static_cast<std::int64_t>(app.windows.size()), documentWindowWait);
 }
 
+bool sameFrame(const Frame& a, const Frame& b) {
+    auto close = [](double x, double y) { return std::abs(x - y) <= 2; };
+    return close(a.x, b.x) && close(a.y, b.y) && close(a.w, b.w) && close(a.h, b.h);
+}
+
+// What a window should show once the window manager is done with it.
+struct Placed {
+    Element window;
+    std::optional<Frame> frame;
+    bool minimized = false;
+};
+
+bool holds(const Placed& placed) {
+    if (placed.frame) {
+        auto now = AXO::frame(placed.window);
+        if (!now || !sameFrame(*now, *placed.frame)) return false;
+    }
+    if (placed.minimized) {
+        auto now = AXO::attr(placed.window, "AXMinimized");
+        if (!now || now != AttrValue(true)) return false;
+    }
+    return true;
+}
+
+// A window manager (X11) applies requests when it gets to them: it sizes a
+// window from borders that may still change as a maximized state goes, and
+// may pass over a request for a window it is still mapping. The windows are
+// looked at again for a moment, and asked once more where it did not hold.
+void settle(const std::vector<Placed>& placed) {
+    Platform& desktop = platform();
+    double deadline = desktop.monotonicSeconds() + frameSettleWait;
+    for (;;) {
+        std::vector<const Placed*> off;
+        for (const Placed& entry : placed)
+            if (!holds(entry)) off.push_back(&entry);
+        if (off.empty()) return;
+        if (desktop.monotonicSeconds() >= deadline) {
+            for (const Placed* entry : off) {
+                if (entry->frame) AXO::setFrame(entry->window, *entry->frame);
+                if (entry->minimized) AXO::setBool(entry->window, "AXMinimized", true);
+            }
+            return;
+        }
+        desktop.sleep(frameSettlePoll);
+    }
+}
+
 }  // namespace
 
 std::vector<Element> waitForWindows(std::int32_t pid, std::int64_t expected, double timeout) {
@@ -70,6 +120,10 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
     auto expected = static_cast<std::int64_t>(app.windows.size());
     std::vector<Element> live = waitForWindows(pid, expected, launched ? launchedWait : runningWait);
     live = reopenDocuments(app, pid, std::move(live));
+
+    // What was asked of each window, to be looked at again where a window manager keeps them.
+    const bool managed = platform().windowManagerName().has_value();
+    std::vector<Placed> placed;
 
     // Greedy in saved order: a window without a match takes whatever is first,
     // even if a later saved window would have matched it by title.
@@ -97,7 +151,15 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
         // A window going full screen gets its size from the screen, not from us;
         // one maximized both ways from the work area, and keeps the size it has
         // for when it is restored.
-        if (saved.frame && !saved.fullScreen && !(wide && tall)) AXO::setFrame(window, *saved.frame);
+        bool framed = saved.frame && !saved.fullScreen && !(wide && tall);
+        if (framed) AXO::setFrame(window, *saved.frame);
+        // A maximized axis or full screen decides the frame itself; a window that
+        // is minimized now keeps the frame it had (it is never un-minimized).
+        if (managed && !saved.fullScreen) {
+            bool checkFrame = framed && !wide && !tall && !saved.minimized;
+            if (checkFrame || saved.minimized)
+                placed.push_back({window, checkFrame ? saved.frame : std::nullopt, saved.minimized});
+        }
         if (wide || tall)
             AXO::setBool(window,
                          wide && tall ? AXO::maximizedAttribute
@@ -108,6 +170,7 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
         if (saved.fullScreen) AXO::setBool(window, "AXFullScreen", true);
         result.windows += 1;
     }
+    if (!placed.empty()) settle(placed);
 }
 
 }  // namespace tarnwick::Restore

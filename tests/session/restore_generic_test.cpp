@@ -386,3 +386,42 @@ TEST_F(RestoreGenericTest, WithoutTheWindowManagersStatesNothingOfThemIsWritten)
 
 }  // namespace
 }  // namespace tarnwick
+
+namespace tarnwick {
+namespace {
+
+TEST_F(RestoreGenericTest, UnderAWindowManagerAFrameThatHoldsIsWrittenOnce) {
+    desktop.windowManager = "openbox";
+    auto pid = running({live("Doc")});
+    app.windows = {saved("Doc", Frame{10, 20, 300, 200})};
+    restore(pid, false);
+    EXPECT_THAT(writtenNames(desktop), ElementsAre("AXSize", "AXPosition", "AXSize"));
+    EXPECT_LT(desktop.now(), 0.1) << "looked at once, and it held";
+}
+
+TEST_F(RestoreGenericTest, UnderAWindowManagerAFrameThatDidNotHoldIsWrittenOnceMore) {
+    desktop.windowManager = "openbox";
+    SimWindow stubborn = live("Doc");
+    stubborn.unreadable = {"AXSize"};  // the frame never reads back as written
+    auto pid = running({stubborn});
+    app.windows = {saved("Doc", Frame{10, 20, 300, 200})};
+    restore(pid, false);
+    EXPECT_THAT(writtenNames(desktop),
+                ElementsAre("AXSize", "AXPosition", "AXSize", "AXSize", "AXPosition", "AXSize"));
+    EXPECT_GE(desktop.now(), 0.5);
+    EXPECT_LT(desktop.now(), 1.0);
+    EXPECT_EQ(result.windows, 1);
+}
+
+TEST_F(RestoreGenericTest, WithoutAWindowManagerFramesAreWrittenOnceAndNeverLookedAtAgain) {
+    SimWindow stubborn = live("Doc");
+    stubborn.unreadable = {"AXSize"};
+    auto pid = running({stubborn});
+    app.windows = {saved("Doc", Frame{10, 20, 300, 200})};
+    restore(pid, false);
+    EXPECT_THAT(writtenNames(desktop), ElementsAre("AXSize", "AXPosition", "AXSize"));
+    EXPECT_EQ(desktop.now(), 0.0);
+}
+
+}  // namespace
+}  // namespace tarnwick
