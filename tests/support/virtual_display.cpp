@@ -42,8 +42,9 @@ ChildProcess startProgram(const std::string& program, const std::vector<std::str
     return std::move(*child);
 }
 
-// Reads the display number Xvfb writes once it accepts connections.
-std::optional<std::string> readDisplayNumber(UniqueFd& output) {
+// Reads the first line a server writes once it accepts connections: Xvfb's
+// display number, dbus-daemon's address.
+std::optional<std::string> readFirstLine(UniqueFd& output) {
     std::string text;
     char c = 0;
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -94,7 +95,7 @@ std::vector<std::string> managerCommand(const std::string& manager) {
 VirtualDisplay::VirtualDisplay(bool windowManager, int width, int height) : width_(width), height_(height) {
     std::string screen = std::to_string(width) + "x" + std::to_string(height) + "x24";
     server_.emplace(startProgram("Xvfb", {"-displayfd", "1", "-screen", "0", screen, "-nolisten", "tcp"}));
-    auto number = readDisplayNumber(server_->output());
+    auto number = readFirstLine(server_->output());
     if (!number) abandon("Xvfb did not say which display it opened");
     name_ = ":" + *number;
     ::setenv("DISPLAY", name_.c_str(), 1);
@@ -138,6 +139,25 @@ void VirtualDisplay::abandon(const std::string& why) {
     for (std::optional<ChildProcess>* process : {&manager_, &server_})
         if (*process) ::kill((*process)->pid(), SIGKILL);
     fail(why);
+}
+
+SessionBus::SessionBus() {
+    if (const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS")) previous_ = address;
+    daemon_.emplace(startProgram("dbus-daemon", {"--session", "--nofork", "--print-address=1"}));
+    auto address = readFirstLine(daemon_->output());
+    if (!address || address->empty()) fail("dbus-daemon did not say where it listens");
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", address->c_str(), 1);
+}
+
+SessionBus::~SessionBus() {
+    if (previous_)
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", previous_->c_str(), 1);
+    else
+        ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
+    if (daemon_) {
+        ::kill(daemon_->pid(), SIGTERM);
+        daemon_->wait();
+    }
 }
 
 pid_t VirtualDisplay::start(const std::string& program, const std::vector<std::string>& arguments,

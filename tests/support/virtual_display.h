@@ -59,6 +59,21 @@ private:
     std::list<ChildProcess> programs_;
 };
 
+// A private D-Bus session bus for as long as the object lives, named by
+// DBUS_SESSION_BUS_ADDRESS meanwhile: GTK programs of one test never meet
+// those of another (a second gedit hands its work to the first it finds).
+class SessionBus {
+public:
+    SessionBus();
+    ~SessionBus();
+    SessionBus(const SessionBus&) = delete;
+    SessionBus& operator=(const SessionBus&) = delete;
+
+private:
+    std::optional<ChildProcess> daemon_;
+    std::optional<std::string> previous_;
+};
+
 // A second client of the display that reads what the window manager did, and
 // can make windows of its own.
 class DisplayProbe {

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <chrono>
 #include <map>
+#include <thread>
 
 namespace tarnwick::testing {
 namespace {
@@ -444,6 +445,121 @@ TEST_F(LinuxSessionTest, RunningProgramsGoBackWithoutBeingStartedAgain) {
     EXPECT_EQ(processesNamed("xlogo").size(), 1u);
     EXPECT_EQ(processesNamed("xterm").size(), 2u);
     EXPECT_EQ(terminalFolders(), folders);
+}
+
+// GTK programs with the entries the system installs for them, each test on a
+// session bus of its own: gedit and mousepad, known only by their application
+// id or a reverse-domain entry name, and xfce4-terminal in a folder.
+class GtkSessionTest : public DesktopTest {
+protected:
+    void SetUp() override {
+        bus.emplace();
+        DesktopTest::SetUp();
+        // The system's entries, and the settings schemas GTK programs need, are under /usr/share.
+        dataDirs.emplace("XDG_DATA_DIRS", (dir.path() / "none").string() + ":/usr/share");
+        folder = (dir.path() / "notes").string();
+        std::filesystem::create_directories(folder);
+    }
+
+    void TearDown() override {
+        DesktopTest::TearDown();
+        bus.reset();
+    }
+
+    const std::vector<std::string> classes{"Gedit", "Mousepad", "Xfce4-terminal"};
+
+    void arrange() {
+        pids.push_back(display->start("gedit", {}));
+        pids.push_back(display->start("mousepad", {}));
+        pids.push_back(display->start("xfce4-terminal", {}, folder));
+        ASSERT_TRUE(eventually([&] { return seenByClass(classes).size() == 3; }, 30.0))
+            << "the GTK programs did not come up:" << seenText(seenByClass(classes));
+        int offset = 0;
+        for (const std::string& wmClass : classes) {
+            probe->configure(probe->clientsOfClass(wmClass).front(), 80 + offset, 60 + offset / 2, 640, 420);
+            offset += 300;
+        }
+        ASSERT_TRUE(eventually([&] {
+            auto seen = seenByClass(classes);
+            return seen.size() == 3 && std::abs(seen["Gedit"].front().frame.x - 80) <= 40 &&
+                   std::abs(seen["Xfce4-terminal"].front().frame.x - 680) <= 40;
+        })) << "the windows did not move:" << seenText(seenByClass(classes));
+        // Give the programs a moment to finish whatever resizing they do after mapping.
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        for (const auto& [wmClass, windows] : seenByClass(classes)) arranged[wmClass] = windows.front();
+    }
+
+    std::filesystem::path capture() {
+        Finished finished = tarnwick({"--capture"});
+        EXPECT_TRUE(finished.succeeded()) << finished.err;
+        EXPECT_EQ(finished.err, "3 apps · 3 windows; window manager: " + probe->windowManagerName() + "\n");
+        auto file = dir.path() / "session.json";
+        writeText(file, finished.out);
+        return file;
+    }
+
+    std::string terminalFolder() {
+        auto windows = probe->clientsOfClass("Xfce4-terminal");
+        if (windows.size() != 1) return "";
+        auto pid = probe->pid(windows.front());
+        return pid ? shellFolder(*pid) : "";
+    }
+
+    std::optional<SessionBus> bus;
+    std::string folder;
+    std::vector<pid_t> pids;
+    std::map<std::string, Seen> arranged;
+};
+
+TEST_F(GtkSessionTest, GtkProgramsAreKnownByTheirEntriesAndComeBackWhereTheyWere) {
+    ASSERT_NO_FATAL_FAILURE(arrange());
+    auto file = capture();
+    auto snapshot = decodeSnapshot(readText(file));
+    ASSERT_TRUE(snapshot);
+    std::vector<std::string> identifiers;
+    for (const AppState& app : snapshot->apps) {
+        identifiers.push_back(app.bundleID.value_or("(none)"));
+        EXPECT_EQ(app.commandLine, std::nullopt) << app.name << " is started by its entry";
+        if (app.bundleID == "xfce4-terminal.desktop") {
+            EXPECT_EQ(app.workingDirectory, folder);
+        }
+    }
+    std::sort(identifiers.begin(), identifiers.end());
+    EXPECT_EQ(identifiers, (std::vector<std::string>{"org.gnome.gedit.desktop", "org.xfce.mousepad.desktop",
+                                                     "xfce4-terminal.desktop"}));
+
+    for (pid_t pid : pids) display->quit(pid);
+    ASSERT_TRUE(eventually([&] { return probe->clients().empty(); })) << "the programs did not quit";
+
+    Finished restore = tarnwick({"--restore", file.string()});
+    EXPECT_TRUE(restore.succeeded()) << restore.err;
+    EXPECT_NE(restore.out.find("launched 3, windows 3, tabs 0\n"), std::string::npos) << restore.out;
+    EXPECT_EQ(restore.out.find("problem:"), std::string::npos) << restore.out;
+    EXPECT_EQ(settlesAs(arranged, 30.0), "");
+    EXPECT_TRUE(eventually([&] { return terminalFolder() == folder; })) << "the terminal is in " << terminalFolder();
+}
+
+TEST_F(GtkSessionTest, RunningGtkProgramsGoBackWithoutASecondCopy) {
+    ASSERT_NO_FATAL_FAILURE(arrange());
+    auto file = capture();
+    for (const std::string& wmClass : classes) probe->configure(probe->clientsOfClass(wmClass).front(), 500, 500, 300, 200);
+    ASSERT_TRUE(eventually([&] {
+        for (const auto& [wmClass, windows] : seenByClass(classes))
+            if (near(windows.front(), arranged[wmClass])) return false;
+        return true;
+    })) << "the windows did not move:" << seenText(seenByClass(classes));
+
+    auto started = std::chrono::steady_clock::now();
+    Finished restore = tarnwick({"--restore", file.string()});
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    EXPECT_TRUE(restore.succeeded()) << restore.err;
+    EXPECT_NE(restore.out.find("launched 0, windows 3, tabs 0\n"), std::string::npos) << restore.out;
+    EXPECT_EQ(restore.out.find("problem:"), std::string::npos) << restore.out;
+    EXPECT_LT(seconds, 5.0);
+    EXPECT_EQ(settlesAs(arranged), "");
+    EXPECT_EQ(probe->clients().size(), 3u);
+    for (const char* program : {"gedit", "mousepad", "xfce4-terminal"})
+        EXPECT_EQ(processesNamed(program).size(), 1u) << program;
 }
 
 TEST_F(DesktopTest, WithoutAModeTheProgramSaysTheMenuBarApplicationIsForMacs) {
