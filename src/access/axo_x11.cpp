@@ -64,6 +64,38 @@ struct Rect {
 
 }  // namespace
 
+namespace {
+
+// What one pass over the managed windows learned of a window.
+struct Facts {
+    std::optional<std::int32_t> pid;
+    std::optional<WindowClass> wmClass;
+    std::optional<std::string> gtkApplicationId;
+    std::string subrole;
+    bool desktopPart = false;
+    std::optional<std::string> title;
+    std::optional<Rect> frame;
+    std::vector<xcb_atom_t> states;
+    std::optional<std::int64_t> workspace;
+};
+
+// The managed windows and their facts, as one pass found them.
+struct Pass {
+    std::chrono::steady_clock::time_point taken;
+    bool managerAnswers = false;
+    std::vector<WindowID> clients;
+    std::map<WindowID, Facts> facts;
+    std::set<WindowID> stale;  // written to since: asked again before they are read
+};
+
+// How long a pass stands for the desktop. A capture asks a dozen questions of
+// every window, each a round trip when asked alone; a pass asks them all at
+// once. Our own requests end a pass at once, and polling waits (a restore
+// waiting for windows) are far longer than this.
+constexpr auto passLifetime = std::chrono::milliseconds(50);
+
+}  // namespace
+
 struct Connection::State {
     xcb_connection_t* connection = nullptr;
     xcb_ewmh_connection_t ewmh{};
@@ -77,6 +109,9 @@ struct Connection::State {
     std::mutex pidLock;
     std::map<WindowID, std::int32_t> pids;  // a window's owner never changes while it exists
 
+    std::mutex passLock;
+    std::shared_ptr<Pass> pass;  // the latest, while it stands
+
     ~State() {
         if (ewmhReady) xcb_ewmh_connection_wipe(&ewmh);
         if (connection != nullptr) xcb_disconnect(connection);
@@ -87,8 +122,11 @@ struct Connection::State {
     std::optional<std::int32_t> pidFromResources(WindowID window) {
         if (!resourceExtension) return std::nullopt;
         xcb_res_client_id_spec_t spec{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
-        Reply<xcb_res_query_client_ids_reply_t> reply(
-            xcb_res_query_client_ids_reply(connection, xcb_res_query_client_ids(connection, 1, &spec), nullptr));
+        return pidReply(xcb_res_query_client_ids(connection, 1, &spec));
+    }
+
+    std::optional<std::int32_t> pidReply(xcb_res_query_client_ids_cookie_t cookie) {
+        Reply<xcb_res_query_client_ids_reply_t> reply(xcb_res_query_client_ids_reply(connection, cookie, nullptr));
         if (!reply) return std::nullopt;
         for (auto it = xcb_res_query_client_ids_ids_iterator(reply.get()); it.rem > 0;
              xcb_res_client_id_value_next(&it)) {
@@ -147,35 +185,168 @@ struct Connection::State {
         return std::find(states.begin(), states.end(), state) != states.end();
     }
 
-    // The first window type the client lists that we know, as the window
-    // manager reads it; nothing when it lists none.
-    std::optional<xcb_atom_t> windowType(WindowID window) {
-        const xcb_atom_t known[] = {
-            ewmh._NET_WM_WINDOW_TYPE_NORMAL,  ewmh._NET_WM_WINDOW_TYPE_DIALOG,  ewmh._NET_WM_WINDOW_TYPE_DESKTOP,
-            ewmh._NET_WM_WINDOW_TYPE_DOCK,    ewmh._NET_WM_WINDOW_TYPE_TOOLBAR, ewmh._NET_WM_WINDOW_TYPE_MENU,
-            ewmh._NET_WM_WINDOW_TYPE_UTILITY, ewmh._NET_WM_WINDOW_TYPE_SPLASH,
-        };
-        for (xcb_atom_t listed : atoms(xcb_ewmh_get_wm_window_type(&ewmh, window)))
-            if (std::find(std::begin(known), std::end(known), listed) != std::end(known)) return listed;
-        return std::nullopt;
-    }
-
     // Normal windows that are not transient for another are the ones a user
     // arranges; dialogs, menus, docks and the like come and go with them.
-    std::string subrole(WindowID window) {
-        auto transientCookie = xcb_icccm_get_wm_transient_for(connection, window);
-        auto type = windowType(window);
-        xcb_window_t owner = XCB_NONE;
-        bool transient = xcb_icccm_get_wm_transient_for_reply(connection, transientCookie, &owner, nullptr) &&
-                         owner != XCB_NONE;
+    std::string subrole(std::optional<xcb_atom_t> type, bool transient) {
         if (type == ewmh._NET_WM_WINDOW_TYPE_DIALOG || (!type && transient)) return "AXDialog";
         if (type && type != ewmh._NET_WM_WINDOW_TYPE_NORMAL) return "AXUnknown";
         return transient ? "AXDialog" : "AXStandardWindow";
     }
 
-    std::optional<std::string> title(WindowID window) {
-        auto netCookie = xcb_ewmh_get_wm_name(&ewmh, window);
-        auto plainCookie = xcb_icccm_get_wm_name(connection, window);
+    // The first window type the client lists that we know.
+    std::optional<xcb_atom_t> knownType(const std::vector<xcb_atom_t>& listed) {
+        const xcb_atom_t known[] = {
+            ewmh._NET_WM_WINDOW_TYPE_NORMAL,  ewmh._NET_WM_WINDOW_TYPE_DIALOG,  ewmh._NET_WM_WINDOW_TYPE_DESKTOP,
+            ewmh._NET_WM_WINDOW_TYPE_DOCK,    ewmh._NET_WM_WINDOW_TYPE_TOOLBAR, ewmh._NET_WM_WINDOW_TYPE_MENU,
+            ewmh._NET_WM_WINDOW_TYPE_UTILITY, ewmh._NET_WM_WINDOW_TYPE_SPLASH,
+        };
+        for (xcb_atom_t atom : listed)
+            if (std::find(std::begin(known), std::end(known), atom) != std::end(known)) return atom;
+        return std::nullopt;
+    }
+
+    // The manager names a child window on the root, and that window names itself.
+    bool managerAnswers() {
+        xcb_window_t check = XCB_NONE;
+        if (!xcb_ewmh_get_supporting_wm_check_reply(&ewmh, xcb_ewmh_get_supporting_wm_check(&ewmh, root), &check,
+                                                    nullptr))
+            return false;
+        xcb_window_t self = XCB_NONE;
+        return xcb_ewmh_get_supporting_wm_check_reply(&ewmh, xcb_ewmh_get_supporting_wm_check(&ewmh, check), &self,
+                                                      nullptr) &&
+               self == check;
+    }
+
+    // Every question about every managed window goes out before the first
+    // answer is awaited: a pass costs about two round trips, whatever the count.
+    std::shared_ptr<Pass> fetch() {
+        auto made = std::make_shared<Pass>();
+        made->taken = std::chrono::steady_clock::now();
+        made->managerAnswers = managerAnswers();
+        made->clients = clients();
+        made->facts = factsFor(made->clients);
+        return made;
+    }
+
+    // The facts of these windows, every question sent before the first answer is read.
+    std::map<WindowID, Facts> factsFor(const std::vector<WindowID>& windows) {
+        std::map<WindowID, Facts> found;
+        struct Cookies {
+            xcb_get_property_cookie_t pid, wmClass, gtk, type, transient, netName, plainName, extents, states, desktop;
+            xcb_get_geometry_cookie_t geometry;
+            xcb_translate_coordinates_cookie_t origin;
+        };
+        std::vector<Cookies> asked;
+        asked.reserve(windows.size());
+        for (WindowID window : windows) {
+            Cookies c{};
+            c.pid = xcb_ewmh_get_wm_pid(&ewmh, window);
+            c.wmClass = xcb_icccm_get_wm_class(connection, window);
+            if (gtkApplicationId != XCB_ATOM_NONE)
+                c.gtk = xcb_get_property(connection, 0, window, gtkApplicationId, ewmh.UTF8_STRING, 0, 1024);
+            c.type = xcb_ewmh_get_wm_window_type(&ewmh, window);
+            c.transient = xcb_icccm_get_wm_transient_for(connection, window);
+            c.netName = xcb_ewmh_get_wm_name(&ewmh, window);
+            c.plainName = xcb_icccm_get_wm_name(connection, window);
+            c.geometry = xcb_get_geometry(connection, window);
+            c.origin = xcb_translate_coordinates(connection, window, root, 0, 0);
+            c.extents = xcb_ewmh_get_frame_extents(&ewmh, window);
+            c.states = xcb_ewmh_get_wm_state(&ewmh, window);
+            c.desktop = xcb_ewmh_get_wm_desktop(&ewmh, window);
+            asked.push_back(c);
+        }
+        for (size_t i = 0; i < asked.size(); ++i) {
+            WindowID window = windows[i];
+            const Cookies& c = asked[i];
+            Facts facts;
+            std::uint32_t said = 0;
+            if (xcb_ewmh_get_wm_pid_reply(&ewmh, c.pid, &said, nullptr) && said > 0)
+                facts.pid = static_cast<std::int32_t>(said);
+            xcb_icccm_get_wm_class_reply_t wmClass;
+            if (xcb_icccm_get_wm_class_reply(connection, c.wmClass, &wmClass, nullptr)) {
+                facts.wmClass = WindowClass{wmClass.instance_name ? wmClass.instance_name : "",
+                                            wmClass.class_name ? wmClass.class_name : ""};
+                xcb_icccm_get_wm_class_reply_wipe(&wmClass);
+            }
+            if (gtkApplicationId != XCB_ATOM_NONE) facts.gtkApplicationId = utf8Reply(c.gtk);
+            auto type = knownType(atoms(c.type));
+            xcb_window_t owner = XCB_NONE;
+            bool transient = xcb_icccm_get_wm_transient_for_reply(connection, c.transient, &owner, nullptr) &&
+                             owner != XCB_NONE;
+            facts.subrole = subrole(type, transient);
+            facts.desktopPart = type == ewmh._NET_WM_WINDOW_TYPE_DOCK || type == ewmh._NET_WM_WINDOW_TYPE_DESKTOP;
+            facts.title = titleReply(c.netName, c.plainName);
+            facts.frame = frameReply(c.geometry, c.origin, c.extents);
+            facts.states = atoms(c.states);
+            std::uint32_t desktop = 0;
+            if (xcb_ewmh_get_wm_desktop_reply(&ewmh, c.desktop, &desktop, nullptr))
+                facts.workspace = desktop == 0xFFFFFFFF ? -1 : std::int64_t{desktop};
+            found.emplace(window, std::move(facts));
+        }
+        // Owners that never said: known from before, or asked of the server, all at once.
+        std::vector<std::pair<WindowID, xcb_res_query_client_ids_cookie_t>> unknown;
+        {
+            std::lock_guard<std::mutex> hold(pidLock);
+            for (auto& [window, facts] : found) {
+                if (facts.pid) continue;
+                if (auto known = pids.find(window); known != pids.end()) {
+                    facts.pid = known->second;
+                } else if (resourceExtension) {
+                    xcb_res_client_id_spec_t spec{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
+                    unknown.emplace_back(window, xcb_res_query_client_ids(connection, 1, &spec));
+                }
+            }
+        }
+        for (const auto& [window, cookie] : unknown) found.at(window).pid = pidReply(cookie);
+        std::lock_guard<std::mutex> hold(pidLock);
+        for (const auto& [window, facts] : found)
+            if (facts.pid) pids[window] = *facts.pid;
+        return found;
+    }
+
+    // The pass that stands now, made when there is none; windows we wrote to
+    // are asked again first. A pass is never changed once handed out: a fresh
+    // copy takes its place.
+    std::shared_ptr<const Pass> current() {
+        std::lock_guard<std::mutex> hold(passLock);
+        if (!pass || std::chrono::steady_clock::now() - pass->taken > passLifetime) {
+            pass = fetch();
+        } else if (!pass->stale.empty()) {
+            auto fresh = std::make_shared<Pass>(*pass);
+            std::vector<WindowID> again(fresh->stale.begin(), fresh->stale.end());
+            for (auto& [window, facts] : factsFor(again)) fresh->facts[window] = std::move(facts);
+            fresh->stale.clear();
+            pass = std::move(fresh);
+        }
+        return pass;
+    }
+
+    // Our own request changes this window: its facts are asked again before they are read.
+    void forget(WindowID window) {
+        std::lock_guard<std::mutex> hold(passLock);
+        if (!pass) return;
+        auto marked = std::make_shared<Pass>(*pass);
+        marked->stale.insert(window);
+        pass = std::move(marked);
+    }
+
+    std::optional<Facts> factsOf(WindowID window) {
+        auto now = current();
+        auto found = now->facts.find(window);
+        if (found == now->facts.end()) return std::nullopt;
+        return found->second;
+    }
+
+    std::optional<std::string> utf8Reply(xcb_get_property_cookie_t cookie) {
+        Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(connection, cookie, nullptr));
+        if (!reply || reply->format != 8 || reply->type != ewmh.UTF8_STRING) return std::nullopt;
+        std::string text(static_cast<const char*>(xcb_get_property_value(reply.get())),
+                         static_cast<size_t>(xcb_get_property_value_length(reply.get())));
+        if (text.empty() || !isValidUtf8(text)) return std::nullopt;
+        return text;
+    }
+
+    std::optional<std::string> titleReply(xcb_get_property_cookie_t netCookie, xcb_get_property_cookie_t plainCookie) {
         std::optional<std::string> found;
         xcb_ewmh_get_utf8_strings_reply_t utf8;
         if (xcb_ewmh_get_wm_name_reply(&ewmh, netCookie, &utf8, nullptr)) {
@@ -200,11 +371,9 @@ struct Connection::State {
         return reply;
     }
 
-    // All three questions go out before the first answer is awaited.
-    std::optional<Rect> frame(WindowID window) {
-        auto geometryCookie = xcb_get_geometry(connection, window);
-        auto originCookie = xcb_translate_coordinates(connection, window, root, 0, 0);
-        auto extentsCookie = xcb_ewmh_get_frame_extents(&ewmh, window);
+    std::optional<Rect> frameReply(xcb_get_geometry_cookie_t geometryCookie,
+                                   xcb_translate_coordinates_cookie_t originCookie,
+                                   xcb_get_property_cookie_t extentsCookie) {
         Reply<xcb_get_geometry_reply_t> geometry(xcb_get_geometry_reply(connection, geometryCookie, nullptr));
         Reply<xcb_translate_coordinates_reply_t> origin(
             xcb_translate_coordinates_reply(connection, originCookie, nullptr));
@@ -281,15 +450,6 @@ struct Connection::State {
         flush();
     }
 
-    // The workspace, or -1 when the window shows on all of them.
-    std::optional<std::int64_t> workspace(WindowID window) {
-        std::uint32_t desktop = 0;
-        if (!xcb_ewmh_get_wm_desktop_reply(&ewmh, xcb_ewmh_get_wm_desktop(&ewmh, window), &desktop, nullptr))
-            return std::nullopt;
-        if (desktop == 0xFFFFFFFF) return -1;
-        return desktop;
-    }
-
     void setWorkspace(WindowID window, std::int64_t desktop) {
         if (desktop < -1 || desktop > 0xFFFF) return;
         auto value = desktop < 0 ? 0xFFFFFFFFu : static_cast<std::uint32_t>(desktop);
@@ -300,13 +460,7 @@ struct Connection::State {
     // A UTF-8 text property of a window.
     std::optional<std::string> utf8Property(WindowID window, xcb_atom_t property) {
         if (property == XCB_ATOM_NONE) return std::nullopt;
-        Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(
-            connection, xcb_get_property(connection, 0, window, property, ewmh.UTF8_STRING, 0, 1024), nullptr));
-        if (!reply || reply->format != 8 || reply->type != ewmh.UTF8_STRING) return std::nullopt;
-        std::string text(static_cast<const char*>(xcb_get_property_value(reply.get())),
-                         static_cast<size_t>(xcb_get_property_value_length(reply.get())));
-        if (text.empty() || !isValidUtf8(text)) return std::nullopt;
-        return text;
+        return utf8Reply(xcb_get_property(connection, 0, window, property, ewmh.UTF8_STRING, 0, 1024));
     }
 };
 
@@ -352,18 +506,7 @@ std::unique_ptr<Connection> Connection::open(const std::string& display, std::st
     return std::unique_ptr<Connection>(new Connection(std::move(state)));
 }
 
-bool Connection::windowManagerAnswers() {
-    auto& s = *state_;
-    // The manager names a child window on the root, and that window names itself.
-    xcb_window_t check = XCB_NONE;
-    if (!xcb_ewmh_get_supporting_wm_check_reply(&s.ewmh, xcb_ewmh_get_supporting_wm_check(&s.ewmh, s.root), &check,
-                                                nullptr))
-        return false;
-    xcb_window_t self = XCB_NONE;
-    return xcb_ewmh_get_supporting_wm_check_reply(&s.ewmh, xcb_ewmh_get_supporting_wm_check(&s.ewmh, check), &self,
-                                                  nullptr) &&
-           self == check;
-}
+bool Connection::windowManagerAnswers() { return state_->current()->managerAnswers; }
 
 std::optional<std::string> Connection::windowManagerName() {
     auto& s = *state_;
@@ -375,34 +518,33 @@ std::optional<std::string> Connection::windowManagerName() {
 }
 
 std::optional<std::string> Connection::gtkApplicationId(WindowID window) {
-    return state_->utf8Property(window, state_->gtkApplicationId);
+    auto facts = state_->factsOf(window);
+    return facts ? facts->gtkApplicationId : std::nullopt;
 }
 
-std::vector<WindowID> Connection::clientWindows() { return state_->clients(); }
+std::vector<WindowID> Connection::clientWindows() { return state_->current()->clients; }
 
-std::optional<std::int32_t> Connection::windowPid(WindowID window) { return state_->pidOf(window); }
+std::optional<std::int32_t> Connection::windowPid(WindowID window) {
+    if (auto facts = state_->factsOf(window)) return facts->pid;
+    return state_->pidOf(window);
+}
 
 std::vector<WindowID> Connection::windowsOf(std::int32_t pid) {
     std::vector<WindowID> owned;
-    for (WindowID window : state_->clients())
-        if (state_->pidOf(window) == pid) owned.push_back(window);
+    auto pass = state_->current();
+    for (WindowID window : pass->clients)
+        if (pass->facts.at(window).pid == pid) owned.push_back(window);
     return owned;
 }
 
 std::optional<WindowClass> Connection::windowClass(WindowID window) {
-    auto& s = *state_;
-    xcb_icccm_get_wm_class_reply_t reply;
-    if (!xcb_icccm_get_wm_class_reply(s.connection, xcb_icccm_get_wm_class(s.connection, window), &reply, nullptr))
-        return std::nullopt;
-    WindowClass found{reply.instance_name ? reply.instance_name : "", reply.class_name ? reply.class_name : ""};
-    xcb_icccm_get_wm_class_reply_wipe(&reply);
-    return found;
+    auto facts = state_->factsOf(window);
+    return facts ? facts->wmClass : std::nullopt;
 }
 
 bool Connection::partOfTheDesktop(WindowID window) {
-    auto& s = *state_;
-    auto type = s.windowType(window);
-    return type == s.ewmh._NET_WM_WINDOW_TYPE_DOCK || type == s.ewmh._NET_WM_WINDOW_TYPE_DESKTOP;
+    auto facts = state_->factsOf(window);
+    return facts && facts->desktopPart;
 }
 
 std::optional<WindowID> Connection::activeWindow() {
@@ -415,9 +557,17 @@ std::optional<WindowID> Connection::activeWindow() {
     return active;
 }
 
-void Connection::activateWindow(WindowID window) { state_->activate(window); }
+void Connection::activateWindow(WindowID window) {
+    state_->forget(window);
+    state_->activate(window);
+}
 
-bool Connection::minimized(WindowID window) { return state_->hasState(window, state_->ewmh._NET_WM_STATE_HIDDEN); }
+bool Connection::minimized(WindowID window) {
+    auto facts = state_->factsOf(window);
+    if (!facts) return false;
+    return std::find(facts->states.begin(), facts->states.end(), state_->ewmh._NET_WM_STATE_HIDDEN) !=
+           facts->states.end();
+}
 
 Element Connection::application(std::int32_t pid) { return makeElement(pid, 0); }
 
@@ -431,26 +581,30 @@ std::optional<AttrValue> Connection::copyAttribute(const Element& element, const
         for (WindowID window : windowsOf(target->pid)) windows.push_back(makeElement(target->pid, window));
         return windows;
     }
-    WindowID window = target->window;
-    if (name == "AXSubrole") return s.subrole(window);
+    // What the window manager no longer manages has nothing to tell.
+    auto facts = s.factsOf(target->window);
+    if (!facts) return std::nullopt;
+    auto has = [&](xcb_atom_t state) {
+        return std::find(facts->states.begin(), facts->states.end(), state) != facts->states.end();
+    };
+    if (name == "AXSubrole") return facts->subrole;
     if (name == "AXTitle") {
-        if (auto text = s.title(window)) return *text;
+        if (facts->title) return *facts->title;
         return std::nullopt;
     }
     if (name == "AXPosition" || name == "AXSize") {
-        auto rect = s.frame(window);
-        if (!rect) return std::nullopt;
-        if (name == "AXPosition") return Point{rect->x, rect->y};
-        return Size{rect->w, rect->h};
+        if (!facts->frame) return std::nullopt;
+        if (name == "AXPosition") return Point{facts->frame->x, facts->frame->y};
+        return Size{facts->frame->w, facts->frame->h};
     }
-    if (name == "AXMinimized") return s.hasState(window, s.ewmh._NET_WM_STATE_HIDDEN);
-    if (name == "AXFullScreen") return s.hasState(window, s.ewmh._NET_WM_STATE_FULLSCREEN);
+    if (name == "AXMinimized") return has(s.ewmh._NET_WM_STATE_HIDDEN);
+    if (name == "AXFullScreen") return has(s.ewmh._NET_WM_STATE_FULLSCREEN);
     if (name == AXO::workspaceAttribute) {
-        if (auto desktop = s.workspace(window)) return *desktop;
+        if (facts->workspace) return *facts->workspace;
         return std::nullopt;
     }
-    if (name == AXO::maximizedHorizontallyAttribute) return s.hasState(window, s.ewmh._NET_WM_STATE_MAXIMIZED_HORZ);
-    if (name == AXO::maximizedVerticallyAttribute) return s.hasState(window, s.ewmh._NET_WM_STATE_MAXIMIZED_VERT);
+    if (name == AXO::maximizedHorizontallyAttribute) return has(s.ewmh._NET_WM_STATE_MAXIMIZED_HORZ);
+    if (name == AXO::maximizedVerticallyAttribute) return has(s.ewmh._NET_WM_STATE_MAXIMIZED_VERT);
     // Documents ("AXDocument") and everything else: X11 has no such property.
     return std::nullopt;
 }
@@ -460,6 +614,8 @@ void Connection::setAttribute(const Element& element, const std::string& name, c
     if (target == nullptr || target->window == 0) return;
     auto& s = *state_;
     WindowID window = target->window;
+    // Whatever the request changes, later questions see it.
+    s.forget(window);
     if (name == "AXSize") {
         if (auto* size = std::get_if<Size>(&value)) s.setSize(window, *size);
     } else if (name == "AXPosition") {

@@ -17,7 +17,7 @@ constexpr double runningWait = 1.0;
 constexpr double documentOpenTimeout = 20.0;
 constexpr double documentWindowWait = 10.0;
 constexpr double frameSettleWait = 0.5;
-constexpr double frameSettlePoll = 0.05;
+constexpr double frameSettlePoll = 0.02;
 
 std::optional<std::string> textAttr(const Element& window, const std::string& name) {
     auto value = AXO::attr(window, name);
