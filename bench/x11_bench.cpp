@@ -11,6 +11,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace tarnwick {
@@ -62,6 +64,38 @@ void CaptureThirtyWindows(benchmark::State& state) {
     state.counters["missed"] = missed;
 }
 BENCHMARK(CaptureThirtyWindows)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// What a user runs, as processes on the same display: "tarnwick --capture"
+// and "wmctrl -lGpx", which lists every window with its pid, frame and class,
+// alternating so that both meet the same machine. Real time of each, per run.
+void CaptureProcessAgainstWmctrl(benchmark::State& state) {
+    display();
+    startLogos();
+    auto timed = [](const std::string& program, const std::vector<std::string>& arguments) {
+        auto started = std::chrono::steady_clock::now();
+        int error = 0;
+        auto child = ChildProcess::start(program, arguments, ChildProcess::Input::inherit,
+                                         ChildProcess::ErrorOutput::discard, error);
+        if (!child) std::abort();
+        char buffer[65536];
+        while (retryOnEintr([&] { return ::read(child->output().get(), buffer, sizeof buffer); }) > 0) {
+        }
+        int status = child->wait();
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) std::abort();
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    };
+    const std::string wmctrl = testing::programPath("wmctrl");
+    double ours = 0, theirs = 0;
+    for (auto _ : state) {
+        theirs += timed(wmctrl, {"-lGpx"});
+        ours += timed(TARNWICK_PATH, {"--capture"});
+    }
+    auto runs = static_cast<double>(state.iterations());
+    state.counters["tarnwick_ms"] = 1000 * ours / runs;
+    state.counters["wmctrl_ms"] = 1000 * theirs / runs;
+    state.counters["ratio"] = ours / theirs;
+}
+BENCHMARK(CaptureProcessAgainstWmctrl)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The whole of "--capture" but the printing: connecting and reading the
 // desktop entries of the machine too.
