@@ -70,10 +70,12 @@ std::optional<Running> ensureRunning(const AppState& app, Result& result, std::v
     }
     // Reaching the deadline is not an error: a slow app is still worth placing.
     double deadline = desktop.monotonicSeconds() + finishLaunchingTimeout;
-    while (!desktop.appInfo(*launched).finishedLaunching && desktop.monotonicSeconds() < deadline) {
+    for (;;) {
+        AppInfo info = desktop.appInfo(*launched);
+        if (info.finishedLaunching || desktop.monotonicSeconds() >= deadline) break;
         // A program that hands its work to an instance already running exits
         // at once; waiting for its window would be waiting for nothing.
-        if (separate && desktop.appInfo(*launched).terminated) break;
+        if (separate && info.terminated) break;
         desktop.sleep(finishLaunchingPoll);
     }
     result.launched += 1;

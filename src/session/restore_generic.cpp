@@ -153,8 +153,8 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
         // for when it is restored.
         bool framed = saved.frame && !saved.fullScreen && !(wide && tall);
         if (framed) AXO::setFrame(window, *saved.frame);
-        // A maximized axis or full screen decides the frame itself; a window that
-        // is minimized now keeps the frame it had (it is never un-minimized).
+        // A maximized axis or full screen decides the frame itself; a window
+        // that is to be minimized is looked at for that, not for its frame.
         if (managed && !saved.fullScreen) {
             bool checkFrame = framed && !wide && !tall && !saved.minimized;
             if (checkFrame || saved.minimized)

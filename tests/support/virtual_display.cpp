@@ -58,6 +58,15 @@ std::optional<std::string> readFirstLine(UniqueFd& output) {
     return std::nullopt;
 }
 
+// Asks a program to end, and ends it outright when it has not after a few
+// seconds (xfwm4 sometimes lets SIGTERM wait): a test never hangs on a stop.
+void stopProgram(ChildProcess& child) {
+    ::kill(child.pid(), SIGTERM);
+    if (child.waitUntil(std::chrono::steady_clock::now() + std::chrono::seconds(5))) return;
+    ::kill(child.pid(), SIGKILL);
+    child.wait();
+}
+
 }  // namespace
 
 std::string programPath(const std::string& name) {
@@ -121,16 +130,10 @@ VirtualDisplay::VirtualDisplay(bool windowManager, int width, int height) : widt
 }
 
 VirtualDisplay::~VirtualDisplay() {
-    for (ChildProcess& child : programs_) {
-        ::kill(child.pid(), SIGTERM);
-        child.wait();
-    }
+    for (ChildProcess& child : programs_) stopProgram(child);
     // Programs a restore started are not ours; they end with the server.
     for (std::optional<ChildProcess>* process : {&manager_, &server_})
-        if (*process) {
-            ::kill((*process)->pid(), SIGTERM);
-            (*process)->wait();
-        }
+        if (*process) stopProgram(**process);
     ::unsetenv("DISPLAY");
 }
 
@@ -154,10 +157,7 @@ SessionBus::~SessionBus() {
         ::setenv("DBUS_SESSION_BUS_ADDRESS", previous_->c_str(), 1);
     else
         ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
-    if (daemon_) {
-        ::kill(daemon_->pid(), SIGTERM);
-        daemon_->wait();
-    }
+    if (daemon_) stopProgram(*daemon_);
 }
 
 pid_t VirtualDisplay::start(const std::string& program, const std::vector<std::string>& arguments,
@@ -176,8 +176,7 @@ pid_t VirtualDisplay::start(const std::string& program, const std::vector<std::s
 void VirtualDisplay::quit(pid_t pid) {
     for (auto it = programs_.begin(); it != programs_.end(); ++it)
         if (it->pid() == pid) {
-            ::kill(pid, SIGTERM);
-            it->wait();
+            stopProgram(*it);
             programs_.erase(it);
             return;
         }

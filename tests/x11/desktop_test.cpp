@@ -165,10 +165,12 @@ protected:
         EXPECT_NEAR(arranged["XEyes"].frame.x, 900, 10);
     }
 
-    std::filesystem::path captureToFile() {
+    // "tarnwick --capture" into a file; its summary must count these apps and windows.
+    std::filesystem::path captureToFile(int apps, int windows) {
         Finished capture = tarnwick({"--capture"});
         EXPECT_TRUE(capture.succeeded()) << capture.err;
-        EXPECT_EQ(capture.err, "4 apps · 4 windows; window manager: " + probe->windowManagerName() + "\n");
+        EXPECT_EQ(capture.err, std::to_string(apps) + " apps · " + std::to_string(windows) +
+                                   " windows; window manager: " + probe->windowManagerName() + "\n");
         auto file = dir.path() / "session.json";
         writeText(file, capture.out);
         return file;
@@ -197,7 +199,7 @@ TEST_F(DesktopTest, QuitAppsComeBackWithTheirFramesAndStates) {
     // xeyes has no desktop entry: it is known by its executable alone.
     ASSERT_NO_FATAL_FAILURE(arrange());
 
-    auto file = captureToFile();
+    auto file = captureToFile(4, 4);
     auto snapshot = decodeSnapshot(readText(file));
     ASSERT_TRUE(snapshot);
     ASSERT_EQ(snapshot->apps.size(), 4u);
@@ -233,7 +235,7 @@ TEST_F(DesktopTest, RunningAppsThatWereMovedGoBackWithoutASecondCopy) {
     entry("xterm", "Terminal", "xterm");
     entry("xeyes", "Eyes", "xeyes");
     ASSERT_NO_FATAL_FAILURE(arrange());
-    auto file = captureToFile();
+    auto file = captureToFile(4, 4);
 
     // The user moves and resizes two windows and brings the minimized one back.
     std::uint32_t logo = probe->clientsOfClass("XLogo").front();
@@ -325,15 +327,6 @@ protected:
         logoFrame = *probe->frame(logo);
     }
 
-    std::filesystem::path capture() {
-        Finished finished = tarnwick({"--capture"});
-        EXPECT_TRUE(finished.succeeded()) << finished.err;
-        EXPECT_EQ(finished.err, "5 apps · 5 windows; window manager: " + probe->windowManagerName() + "\n");
-        auto file = dir.path() / "session.json";
-        writeText(file, finished.out);
-        return file;
-    }
-
     // The terminals' shells' folders, in order.
     std::vector<std::string> terminalFolders() {
         std::vector<std::string> found;
@@ -362,7 +355,7 @@ protected:
 
 TEST_F(LinuxSessionTest, QuitProgramsComeBackAsStartedInTheirFoldersWorkspacesAndStates) {
     ASSERT_NO_FATAL_FAILURE(arrange());
-    auto file = capture();
+    auto file = captureToFile(5, 5);
     auto snapshot = decodeSnapshot(readText(file));
     ASSERT_TRUE(snapshot);
     std::vector<std::string> recordedFolders;
@@ -412,7 +405,7 @@ TEST_F(LinuxSessionTest, QuitProgramsComeBackAsStartedInTheirFoldersWorkspacesAn
 
 TEST_F(LinuxSessionTest, RunningProgramsGoBackWithoutBeingStartedAgain) {
     ASSERT_NO_FATAL_FAILURE(arrange());
-    auto file = capture();
+    auto file = captureToFile(5, 5);
     // The user moves the logo back to the first workspace and elsewhere,
     // maximizes the clock and restores the eyes.
     std::uint32_t clock = probe->clientsOfClass("XClock").front();
@@ -489,15 +482,6 @@ protected:
         for (const auto& [wmClass, windows] : seenByClass(classes)) arranged[wmClass] = windows.front();
     }
 
-    std::filesystem::path capture() {
-        Finished finished = tarnwick({"--capture"});
-        EXPECT_TRUE(finished.succeeded()) << finished.err;
-        EXPECT_EQ(finished.err, "3 apps · 3 windows; window manager: " + probe->windowManagerName() + "\n");
-        auto file = dir.path() / "session.json";
-        writeText(file, finished.out);
-        return file;
-    }
-
     std::string terminalFolder() {
         auto windows = probe->clientsOfClass("Xfce4-terminal");
         if (windows.size() != 1) return "";
@@ -513,7 +497,7 @@ protected:
 
 TEST_F(GtkSessionTest, GtkProgramsAreKnownByTheirEntriesAndComeBackWhereTheyWere) {
     ASSERT_NO_FATAL_FAILURE(arrange());
-    auto file = capture();
+    auto file = captureToFile(3, 3);
     auto snapshot = decodeSnapshot(readText(file));
     ASSERT_TRUE(snapshot);
     std::vector<std::string> identifiers;
@@ -541,7 +525,7 @@ TEST_F(GtkSessionTest, GtkProgramsAreKnownByTheirEntriesAndComeBackWhereTheyWere
 
 TEST_F(GtkSessionTest, RunningGtkProgramsGoBackWithoutASecondCopy) {
     ASSERT_NO_FATAL_FAILURE(arrange());
-    auto file = capture();
+    auto file = captureToFile(3, 3);
     for (const std::string& wmClass : classes) probe->configure(probe->clientsOfClass(wmClass).front(), 500, 500, 300, 200);
     ASSERT_TRUE(eventually([&] {
         for (const auto& [wmClass, windows] : seenByClass(classes))
