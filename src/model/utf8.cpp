@@ -1,6 +1,9 @@
 // UTF-8 validity checks.
 #include "model/utf8.h"
 
+#include <cstdint>
+#include <cstring>
+
 namespace tarnwick {
 
 size_t utf8SequenceLength(std::string_view s, size_t i) {
@@ -25,6 +28,18 @@ size_t utf8SequenceLength(std::string_view s, size_t i) {
 
 bool isValidUtf8(std::string_view s) {
     for (size_t i = 0; i < s.size();) {
+        // Runs of ASCII, which most text is, eight bytes at a time.
+        std::uint64_t word = 0;
+        while (i + sizeof word <= s.size()) {
+            std::memcpy(&word, s.data() + i, sizeof word);
+            if (word & 0x8080808080808080ULL) break;
+            i += sizeof word;
+        }
+        if (i == s.size()) break;
+        if (static_cast<unsigned char>(s[i]) < 0x80) {
+            ++i;
+            continue;
+        }
         size_t n = utf8SequenceLength(s, i);
         if (n == 0) return false;
         i += n;

@@ -272,9 +272,16 @@ bool save(const Snapshot& snapshot) {
         log("save failed: " + error);
         return false;
     }
+    // The file just written needs no checking: its date is this snapshot's, in
+    // the whole seconds the file keeps.
+    Date written = std::chrono::floor<std::chrono::seconds>(snapshot.date);
+    if (struct stat info {}; ::stat(url.c_str(), &info) == 0) {
+        std::lock_guard guard(checkedLock);
+        checkedFiles()[url] = Checked{identityOf(info), written};
+    }
     // The folder as it is now: the new file, in place of any of the same name.
     std::erase_if(files, [&](const Dated& file) { return file.url == url; });
-    files.push_back({url, snapshot.date});
+    files.push_back({url, written});
     newestFirst(files);
     prune(files, folder);
     return true;

@@ -108,6 +108,20 @@ TEST(Utf8Repair, EachByteThatStartsNoSequenceBecomesOneReplacementCharacter) {
     EXPECT_EQ(validUtf8("caf\xC3\xA9 \xF0\x9F\x98\x80"), "caf\xC3\xA9 \xF0\x9F\x98\x80");
 }
 
+TEST(Utf8Repair, ValidityHoldsAcrossTheEightByteSteps) {
+    const std::string ascii = "abcdefghijklmnopqrstuvwxyz";
+    for (size_t at = 0; at <= ascii.size(); ++at) {
+        std::string bad = ascii.substr(0, at) + "\xFF" + ascii.substr(at);
+        EXPECT_FALSE(isValidUtf8(bad)) << "a stray byte after " << at;
+        std::string good = ascii.substr(0, at) + "\xC3\xA9" + ascii.substr(at);
+        EXPECT_TRUE(isValidUtf8(good)) << "a two-byte character after " << at;
+        std::string cut = ascii.substr(0, at) + "\xE2\x82";
+        EXPECT_FALSE(isValidUtf8(cut)) << "a cut sequence at the end after " << at;
+    }
+    EXPECT_TRUE(isValidUtf8(ascii));
+    EXPECT_TRUE(isValidUtf8(""));
+}
+
 TEST(Utf8Repair, EveryTextOfASnapshotIsReachedAndValidOnesStay) {
     const std::string bad = "\x80";
     Snapshot snapshot{Date{}, "r" + bad, "f" + bad,
