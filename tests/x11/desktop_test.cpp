@@ -313,9 +313,11 @@ protected:
         pids.push_back(display->start("xclock", {"-digital", "-geometry", "260x60+100+500"}));
         pids.push_back(display->start("xlogo", {"-geometry", "200x150+700+500"}));
         pids.push_back(display->start("xeyes", {"-geometry", "150x100+1100+300"}));
+        pids.push_back(display->start("xcalc", {"-geometry", "+1200+550"}));
         ASSERT_TRUE(eventually([&] {
             return probe->clientsOfClass("XTerm").size() == 2 && probe->clientsOfClass("XClock").size() == 1 &&
-                   probe->clientsOfClass("XLogo").size() == 1 && probe->clientsOfClass("XEyes").size() == 1;
+                   probe->clientsOfClass("XLogo").size() == 1 && probe->clientsOfClass("XEyes").size() == 1 &&
+                   probe->clientsOfClass("XCalc").size() == 1;
         })) << "the programs did not come up";
         logo = probe->clientsOfClass("XLogo").front();
         eyes = probe->clientsOfClass("XEyes").front();
@@ -325,6 +327,7 @@ protected:
             << "the window manager did not move the logo or maximize the eyes";
         clockFrame = *probe->frame(probe->clientsOfClass("XClock").front());
         logoFrame = *probe->frame(logo);
+        calculatorFrame = *probe->frame(probe->clientsOfClass("XCalc").front());
     }
 
     // The terminals' shells' folders, in order.
@@ -350,12 +353,12 @@ protected:
     std::vector<std::string> folders;
     std::vector<pid_t> pids;
     std::uint32_t logo = 0, eyes = 0;
-    Rect clockFrame, logoFrame;
+    Rect clockFrame, logoFrame, calculatorFrame;
 };
 
 TEST_F(LinuxSessionTest, QuitProgramsComeBackAsStartedInTheirFoldersWorkspacesAndStates) {
     ASSERT_NO_FATAL_FAILURE(arrange());
-    auto file = captureToFile(5, 5);
+    auto file = captureToFile(6, 6);
     auto snapshot = decodeSnapshot(readText(file));
     ASSERT_TRUE(snapshot);
     std::vector<std::string> recordedFolders;
@@ -385,11 +388,18 @@ TEST_F(LinuxSessionTest, QuitProgramsComeBackAsStartedInTheirFoldersWorkspacesAn
 
     Finished restore = tarnwick({"--restore", file.string()});
     EXPECT_TRUE(restore.succeeded()) << restore.err;
-    EXPECT_NE(restore.out.find("launched 5, windows 5, tabs 0\n"), std::string::npos) << restore.out;
+    EXPECT_NE(restore.out.find("launched 6, windows 6, tabs 0\n"), std::string::npos) << restore.out;
     EXPECT_EQ(restore.out.find("problem:"), std::string::npos) << restore.out;
 
     EXPECT_TRUE(eventually([&] { return terminalFolders() == folders; }))
         << "two terminals, each in its folder; have " << terminalFolders().size();
+    auto calculators = processesNamed("xcalc");
+    ASSERT_EQ(calculators.size(), 1u);
+    EXPECT_EQ(calculators[0], (std::vector<std::string>{programPath("xcalc"), "-geometry", "+1200+550"}));
+    EXPECT_TRUE(eventually([&] {
+        auto calculator = probe->clientsOfClass("XCalc");
+        return calculator.size() == 1 && nearFrame(probe->frame(calculator[0]), calculatorFrame);
+    })) << "the calculator in place";
     auto clocks = processesNamed("xclock");
     ASSERT_EQ(clocks.size(), 1u);
     EXPECT_EQ(clocks[0], (std::vector<std::string>{programPath("xclock"), "-digital", "-geometry", "260x60+100+500"}));
@@ -405,7 +415,7 @@ TEST_F(LinuxSessionTest, QuitProgramsComeBackAsStartedInTheirFoldersWorkspacesAn
 
 TEST_F(LinuxSessionTest, RunningProgramsGoBackWithoutBeingStartedAgain) {
     ASSERT_NO_FATAL_FAILURE(arrange());
-    auto file = captureToFile(5, 5);
+    auto file = captureToFile(6, 6);
     // The user moves the logo back to the first workspace and elsewhere,
     // maximizes the clock and restores the eyes.
     std::uint32_t clock = probe->clientsOfClass("XClock").front();
@@ -422,7 +432,7 @@ TEST_F(LinuxSessionTest, RunningProgramsGoBackWithoutBeingStartedAgain) {
     Finished restore = tarnwick({"--restore", file.string()});
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     EXPECT_TRUE(restore.succeeded()) << restore.err;
-    EXPECT_NE(restore.out.find("launched 0, windows 5, tabs 0\n"), std::string::npos) << restore.out;
+    EXPECT_NE(restore.out.find("launched 0, windows 6, tabs 0\n"), std::string::npos) << restore.out;
     EXPECT_EQ(restore.out.find("problem:"), std::string::npos) << restore.out;
     EXPECT_LT(seconds, 5.0) << "a restore over a running session";
 
@@ -433,9 +443,10 @@ TEST_F(LinuxSessionTest, RunningProgramsGoBackWithoutBeingStartedAgain) {
         << " (want " << describe(logoFrame) << "), clock maximized " << probe->maximized(clock) << " at "
         << describe(probe->frame(clock)) << " (want " << describe(clockFrame) << "), eyes maximized "
         << probe->maximized(eyes);
-    EXPECT_EQ(probe->clients().size(), 5u) << "no second copy of anything";
+    EXPECT_EQ(probe->clients().size(), 6u) << "no second copy of anything";
     EXPECT_EQ(processesNamed("xclock").size(), 1u);
     EXPECT_EQ(processesNamed("xlogo").size(), 1u);
+    EXPECT_EQ(processesNamed("xcalc").size(), 1u);
     EXPECT_EQ(processesNamed("xterm").size(), 2u);
     EXPECT_EQ(terminalFolders(), folders);
 }
