@@ -155,6 +155,14 @@ protected:
                 probe->requestIconify(probe->clientsOfClass("XClock").front());
             return seen.size() == 4 && seen["XClock"].front().minimized && near(seen["XTerm"].front(), screen);
         })) << "the programs did not come up as arranged: " << seenText(seenByClass({"XLogo", "XClock", "XTerm", "XEyes"}));
+        // mutter may still show the clock once it finishes mapping it: arranged
+        // means it stayed minimized for a while.
+        std::uint32_t clock = probe->clientsOfClass("XClock").front();
+        ASSERT_TRUE(eventually([&] {
+            if (!probe->hidden(clock)) probe->requestIconify(clock);
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            return probe->hidden(clock);
+        })) << "the clock does not stay minimized";
         for (const auto& [wmClass, windows] : seenByClass({"XLogo", "XClock", "XTerm", "XEyes"}))
             arranged[wmClass] = windows.front();
         // The frames are where we asked for them, drawn around the clients
