@@ -434,12 +434,6 @@ struct Connection::State {
         flush();
     }
 
-    void setState(WindowID window, xcb_atom_t state, bool on) {
-        xcb_ewmh_request_change_wm_state(&ewmh, screenNumber, window,
-                                         on ? XCB_EWMH_WM_STATE_ADD : XCB_EWMH_WM_STATE_REMOVE, state, XCB_ATOM_NONE,
-                                         XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER);
-        flush();
-    }
 
     // One request for one or two states, as a pager sends it.
     void setStates(WindowID window, const std::vector<xcb_atom_t>& states, bool on) {
@@ -630,7 +624,7 @@ void Connection::setAttribute(const Element& element, const std::string& name, c
         else
             s.activate(window);
     } else if (name == "AXFullScreen") {
-        if (auto* on = std::get_if<bool>(&value)) s.setState(window, s.ewmh._NET_WM_STATE_FULLSCREEN, *on);
+        if (auto* on = std::get_if<bool>(&value)) s.setStates(window, {s.ewmh._NET_WM_STATE_FULLSCREEN}, *on);
     } else if (name == AXO::workspaceAttribute) {
         if (auto* desktop = std::get_if<std::int64_t>(&value)) s.setWorkspace(window, *desktop);
     } else if (name == AXO::maximizedHorizontallyAttribute || name == AXO::maximizedVerticallyAttribute ||
