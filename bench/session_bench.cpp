@@ -75,6 +75,9 @@ public:
         return timed([&] { return inner_.launch(r, t, s); });
     }
     bool separateInstances() override { return timed([&] { return inner_.separateInstances(); }); }
+    bool openNewWindow(const App& app, ErrorSink onError) override {
+        return timed([&] { return inner_.openNewWindow(app, std::move(onError)); });
+    }
     std::optional<std::string> windowManagerName() override { return timed([&] { return inner_.windowManagerName(); }); }
     bool fileExists(const std::string& p) override { return timed([&] { return inner_.fileExists(p); }); }
     std::string homeDirectory() override { return timed([&] { return inner_.homeDirectory(); }); }

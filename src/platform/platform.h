@@ -146,6 +146,11 @@ public:
     // that a restore gives each record an instance of its own. On a Mac the
     // first instance stands for them all.
     virtual bool separateInstances() = 0;
+    // Asks a running application for one more window, the way its desktop
+    // entry offers one (a "new-window" action). False where it offers no way,
+    // or the request could not be started (the reason to the sink); on a Mac
+    // always false.
+    virtual bool openNewWindow(const App& app, ErrorSink onError) = 0;
     // The window manager that keeps the windows' states (X11: its name, "none"
     // when no manager following EWMH answers); then windows also have a
     // workspace and a maximized state. Nothing on a Mac.

@@ -119,22 +119,26 @@ std::vector<std::filesystem::path> applicationFolders() {
 std::optional<Entry> read(const std::filesystem::path& file, const std::string& id) {
     std::ifstream in(file);
     if (!in) return std::nullopt;
-    std::map<std::string, std::string> keys;
-    bool inMain = false;
+    std::map<std::string, std::string> keys, newWindowKeys;
+    std::map<std::string, std::string>* group = nullptr;
     bool sawMain = false;
     for (std::string line; std::getline(in, line);) {
         std::string trimmed = trim(line);
         if (trimmed.empty() || trimmed.front() == '#') continue;
         if (trimmed.front() == '[') {
-            // Only the first group's keys count, and it must be [Desktop Entry].
-            inMain = trimmed == "[Desktop Entry]" && !sawMain;
+            // The first group must be [Desktop Entry]; of the others only the
+            // action that opens a new window matters here.
+            if (!sawMain)
+                group = trimmed == "[Desktop Entry]" ? &keys : nullptr;
+            else
+                group = trimmed == "[Desktop Action new-window]" ? &newWindowKeys : nullptr;
             sawMain = true;
             continue;
         }
         size_t equals = trimmed.find('=');
-        if (!inMain || equals == std::string::npos) continue;
+        if (group == nullptr || equals == std::string::npos) continue;
         std::string key = trim(std::string_view(trimmed).substr(0, equals));
-        if (!keys.count(key)) keys[key] = trim(std::string_view(trimmed).substr(equals + 1));
+        if (!group->count(key)) (*group)[key] = trim(std::string_view(trimmed).substr(equals + 1));
     }
     auto value = [&](const std::string& key) -> std::optional<std::string> {
         auto found = keys.find(key);
@@ -153,6 +157,10 @@ std::optional<Entry> read(const std::filesystem::path& file, const std::string& 
             if (end > at) entry.categories.push_back(categories->substr(at, end - at));
             at = end + 1;
         }
+    // An action counts only when the entry lists it.
+    if (auto actions = value("Actions"); actions && newWindowKeys.count("Exec") &&
+                                         (";" + *actions + ";").find(";new-window;") != std::string::npos)
+        entry.newWindowExec = unescape(newWindowKeys["Exec"]);
     auto command = arguments(entry);
     if (!command) return std::nullopt;
     // The program the Exec line starts: "gedit" for "/usr/bin/gedit %U"; behind
@@ -218,6 +226,13 @@ std::optional<std::vector<std::string>> arguments(const Entry& entry) {
     }
     if (out.empty()) return std::nullopt;
     return out;
+}
+
+std::optional<std::vector<std::string>> newWindowArguments(const Entry& entry) {
+    if (!entry.newWindowExec) return std::nullopt;
+    Entry action = entry;
+    action.exec = *entry.newWindowExec;
+    return arguments(action);
 }
 
 bool Entry::terminal() const {

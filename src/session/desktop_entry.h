@@ -20,6 +20,9 @@ struct Entry {
     std::optional<std::string> startupWMClass;
     std::vector<std::string> categories = {};  // "TerminalEmulator" marks a terminal
     std::string program = {};                  // the Exec line's program, without its folder ("gedit")
+    // The Exec value of the entry's "new-window" action, when it lists one: how
+    // a running program that holds several windows is asked for one more.
+    std::optional<std::string> newWindowExec = std::nullopt;
 
     // Whether it is a terminal: its windows stand for shells in a folder.
     bool terminal() const;
@@ -49,6 +52,10 @@ std::vector<Entry> all(const std::vector<std::filesystem::path>& folders);
 // without files ("%f" and "%U" vanish, "%c" is the name, "%i" the icon option,
 // "%k" the file); nothing when the quoting is broken.
 std::optional<std::vector<std::string>> arguments(const Entry& entry);
+
+// The command line of the entry's "new-window" action, expanded as
+// `arguments` expands the entry's own; nothing when it has none or it does not parse.
+std::optional<std::vector<std::string>> newWindowArguments(const Entry& entry);
 
 // The entry for a window, as desktop shells find it, first rule that finds one:
 // StartupWMClass is the class, then the instance; the file name less ".desktop"

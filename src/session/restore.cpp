@@ -1,8 +1,10 @@
 // Restore::run: every application of a snapshot back, by kind.
 #include "session/restore.h"
 
+#include "access/axo.h"
 #include "scripting/capture_scripts.h"
 #include "scripting/restore_scripts.h"
+#include "store/log.h"
 
 #include <set>
 
@@ -13,6 +15,9 @@ namespace {
 // Freshly launched apps need a moment before their scripting answers sensibly.
 constexpr double terminalSettle = 1.5;
 constexpr double browserSettle = 2.0;
+// A launched program's first window, and windows asked of a running one.
+constexpr double firstWindowWait = 12.0;
+constexpr double newWindowWait = 10.0;
 
 std::set<std::string> itemsOf(const std::optional<std::vector<ScriptedWindow>>& windows) {
     std::set<std::string> items;
@@ -97,6 +102,34 @@ void restoreBrowser(const AppState& app, bool launched, Result& result) {
     }
 }
 
+// Where one process holds several windows and each process is recorded on its
+// own (X11), the process found or started may show fewer windows than were
+// recorded: it is asked for the missing ones where its entry offers a way,
+// and the rest are reported and left out, so that the placing does not wait
+// for windows that cannot come.
+AppState reachableWindows(const AppState& app, const Running& running, Result& result) {
+    Platform& desktop = platform();
+    if (app.windows.size() < 2 || !AXO::trusted()) return app;
+    std::int32_t pid = desktop.appInfo(running.app).pid;
+    const auto recorded = static_cast<std::int64_t>(app.windows.size());
+    auto live = static_cast<std::int64_t>(waitForWindows(pid, 1, running.launched ? firstWindowWait : 0.0).size());
+    if (live == 0 || live >= recorded) return app;
+    std::string prefix = "new window of " + app.name + ": ";
+    std::int64_t asked = 0;
+    while (live + asked < recorded &&
+           desktop.openNewWindow(running.app, [prefix](const std::string& error) { log(prefix + error); }))
+        asked += 1;
+    if (asked > 0) live = static_cast<std::int64_t>(waitForWindows(pid, live + asked, newWindowWait).size());
+    if (live >= recorded) return app;
+    for (std::int64_t missing = live; missing < recorded; ++missing)
+        result.problems.push_back(asked > 0 ? app.name + ": a window failed to open"
+                                            : app.name + ": a window could not be reopened (the program offers no "
+                                                         "new-window action)");
+    AppState reachable = app;
+    reachable.windows.resize(static_cast<size_t>(live));
+    return reachable;
+}
+
 }  // namespace
 
 Result run(const Snapshot& snapshot, const Progress& progress) {
@@ -116,7 +149,12 @@ Result run(const Snapshot& snapshot, const Progress& progress) {
         auto running = ensureRunning(app, result, taken);
         if (!running) continue;
         switch (app.kind) {
-            case AppKind::generic: restoreGeneric(app, running->app, running->launched, result); break;
+            case AppKind::generic:
+                if (desktop.separateInstances())
+                    restoreGeneric(reachableWindows(app, *running, result), running->app, running->launched, result);
+                else
+                    restoreGeneric(app, running->app, running->launched, result);
+                break;
             case AppKind::finder: restoreFinder(app, result); break;
             case AppKind::terminal:
             case AppKind::iterm: restoreTerminal(app, running->launched, result); break;

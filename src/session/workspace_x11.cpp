@@ -180,6 +180,19 @@ public:
     // Many X programs run one process per window; each recorded process comes back as one.
     bool separateInstances() override { return true; }
 
+    bool openNewWindow(const App& app, ErrorSink onError) override {
+        Identity identity = identify(pidOf(app));
+        auto command = identity.entry ? DesktopEntries::newWindowArguments(*identity.entry) : std::nullopt;
+        if (!command || command->empty()) return false;
+        std::string why;
+        // The request's own process usually hands it to the running one and ends.
+        if (!Launch::detached(*command, homeDirectory(), why)) {
+            if (onError) onError(why);
+            return false;
+        }
+        return true;
+    }
+
     // Always something here, so that a capture says what it saw windows through.
     std::optional<std::string> windowManagerName() override {
         if (!x_->windowManagerAnswers()) return "none";

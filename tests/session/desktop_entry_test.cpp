@@ -61,6 +61,35 @@ TEST_F(DesktopEntryTest, ReadsTheMainGroupOnly) {
     EXPECT_EQ(entry->startupWMClass, "XLogo");
 }
 
+TEST_F(DesktopEntryTest, ANewWindowActionCountsWhenTheEntryListsIt) {
+    auto listed = DesktopEntries::read(write(system(), "editor.desktop",
+                                             "[Desktop Entry]\nType=Application\nName=Editor\nExec=editor %U\n"
+                                             "Actions=new-document;new-window;\n"
+                                             "[Desktop Action new-document]\nExec=editor --new-document\n"
+                                             "[Desktop Action new-window]\nName=New Window\nExec=editor --new-window %U\n"
+                                             "Exec=editor --ignored\n"),
+                                       "editor.desktop");
+    ASSERT_TRUE(listed);
+    EXPECT_EQ(listed->exec, "editor %U") << "an action's keys stay out of the entry";
+    EXPECT_EQ(listed->newWindowExec, "editor --new-window %U");
+    EXPECT_EQ(DesktopEntries::newWindowArguments(*listed), (std::vector<std::string>{"editor", "--new-window"}));
+
+    auto unlisted = DesktopEntries::read(write(system(), "viewer.desktop",
+                                               "[Desktop Entry]\nType=Application\nName=Viewer\nExec=viewer\n"
+                                               "Actions=preferences;\n"
+                                               "[Desktop Action new-window]\nExec=viewer --window\n"),
+                                         "viewer.desktop");
+    ASSERT_TRUE(unlisted);
+    EXPECT_EQ(unlisted->newWindowExec, std::nullopt);
+    EXPECT_EQ(DesktopEntries::newWindowArguments(*unlisted), std::nullopt);
+
+    // A first group that is an action does not make a file an entry.
+    EXPECT_FALSE(DesktopEntries::read(write(system(), "odd.desktop",
+                                            "[Desktop Action new-window]\nExec=odd\n[Desktop Entry]\n"
+                                            "Type=Application\nName=Odd\nExec=odd\n"),
+                                      "odd.desktop"));
+}
+
 TEST_F(DesktopEntryTest, LeavesOutWhatCannotBeLaunched) {
     std::string body = "Name=N\nExec=true\n";
     EXPECT_FALSE(DesktopEntries::read(write(system(), "a.desktop", "[Desktop Entry]\nType=Link\n" + body), "a"));

@@ -397,6 +397,90 @@ TEST_F(RestoreRunTest, ProgressComesExactlyOncePerApplicationBeforeAnythingIsDon
     EXPECT_LT(at("progress:Restoring 3/3"), at("appleScript:captureSafari"));
 }
 
+// One process with two recorded windows, where each instance is recorded on
+// its own (X11): the editor launched by this restore shows one window.
+class SeveralWindowsInOneProcessTest : public RestoreRunTest {
+protected:
+    void SetUp() override {
+        RestoreRunTest::SetUp();
+        desktop.windowManager = "openbox";
+        AppState editor = recordedFor(editorSpec, AppKind::generic);
+        for (double x : {10.0, 500.0}) {
+            WindowState window;
+            window.frame = Frame{x, 40, 400, 300};
+            editor.windows.push_back(window);
+        }
+        snapshot.apps = {editor};
+    }
+
+    std::vector<Frame> editorFrames() {
+        std::vector<Frame> frames;
+        auto pid = desktop.pidOf(*editorSpec.bundleID);
+        if (!pid) return frames;
+        for (std::uint64_t id : desktop.visibleWindows(*pid)) frames.push_back(desktop.window(id).frame);
+        return frames;
+    }
+};
+
+TEST_F(SeveralWindowsInOneProcessTest, TheMissingWindowIsAskedForWhereTheEntryOffersAWay) {
+    SimWindow another;
+    another.appearsAfter = 1.5;
+    editorSpec.newWindow = another;
+    desktop.install(editorSpec);
+    Restore::Result result = run();
+    EXPECT_EQ(desktop.calls("openNewWindow"), 1);
+    EXPECT_EQ(result.launched, 1);
+    EXPECT_EQ(result.windows, 2);
+    EXPECT_TRUE(result.problems.empty());
+    EXPECT_EQ(editorFrames(), (std::vector<Frame>{{10, 40, 400, 300}, {500, 40, 400, 300}}));
+}
+
+TEST_F(SeveralWindowsInOneProcessTest, WithoutAWayTheMissingWindowIsReportedAndNotWaitedFor) {
+    desktop.install(editorSpec);
+    Restore::Result result = run();
+    EXPECT_EQ(desktop.calls("openNewWindow"), 1);
+    EXPECT_EQ(result.windows, 1);
+    EXPECT_EQ(result.problems,
+              (std::vector<std::string>{"Editor: a window could not be reopened (the program offers no new-window action)"}));
+    EXPECT_EQ(editorFrames(), (std::vector<Frame>{{10, 40, 400, 300}}));
+    EXPECT_LT(desktop.now(), 3.0) << "no wait for a window that cannot come";
+}
+
+TEST_F(SeveralWindowsInOneProcessTest, AnAskedForWindowThatNeverComesIsReported) {
+    SimWindow late;
+    late.appearsAfter = 60;
+    editorSpec.newWindow = late;
+    desktop.install(editorSpec);
+    Restore::Result result = run();
+    EXPECT_EQ(result.windows, 1);
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"Editor: a window failed to open"}));
+    EXPECT_LT(desktop.now(), 15.0) << "one wait of ten seconds for it, not another twelve";
+}
+
+TEST_F(SeveralWindowsInOneProcessTest, ARunningProcessWithEveryWindowIsNeverAsked) {
+    desktop.install(editorSpec);
+    std::int32_t pid = desktop.startApp(editorSpec);
+    desktop.addWindow(pid, SimWindow{});
+    desktop.addWindow(pid, SimWindow{});
+    Restore::Result result = run();
+    EXPECT_EQ(desktop.calls("openNewWindow"), 0);
+    EXPECT_EQ(result.launched, 0);
+    EXPECT_EQ(result.windows, 2);
+    EXPECT_TRUE(result.problems.empty());
+    EXPECT_EQ(desktop.sleeps.size(), 0u);
+}
+
+TEST_F(RestoreRunTest, OnAMacAnAppIsNeverAskedForNewWindows) {
+    desktop.install(editorSpec);
+    AppState editor = recordedFor(editorSpec, AppKind::generic);
+    editor.windows.resize(2);
+    snapshot.apps = {editor};
+    Restore::Result result = run();
+    EXPECT_EQ(desktop.calls("openNewWindow"), 0);
+    EXPECT_EQ(result.windows, 1);
+    EXPECT_TRUE(result.problems.empty()) << "the generic restore reports nothing";
+}
+
 TEST_F(RestoreRunTest, EmptySnapshotDoesNothing) {
     Restore::Result result = run();
     EXPECT_TRUE(progressLines.empty());

@@ -437,6 +437,19 @@ std::optional<App> SimDesktop::launch(const LaunchRequest& request, double timeo
 
 bool SimDesktop::separateInstances() { return windowManager.has_value(); }
 
+bool SimDesktop::openNewWindow(const App& app, ErrorSink) {
+    std::lock_guard guard(lock_);
+    count("openNewWindow");
+    std::int32_t pid = pidOfApp(app);
+    journal.push_back("openNewWindow:" + std::to_string(pid));
+    SimApp* running = runningApp(pid);
+    if (running == nullptr || !running->spec.newWindow) return false;
+    SimWindow window = *running->spec.newWindow;
+    double appearsAt = now_ + window.appearsAfter;
+    place(pid, std::move(window), appearsAt);
+    return true;
+}
+
 std::optional<std::string> SimDesktop::windowManagerName() { return windowManager; }
 
 void SimDesktop::openDocuments(const std::vector<std::string>& urls, const std::string& appPath, double timeout,

@@ -73,6 +73,9 @@ struct SimAppSpec {
     LaunchFault fault = LaunchFault::none;
     bool refusesDocuments = false;
     ScriptFault scripts = ScriptFault::none;
+    // What a request for a new window opens (its appearsAfter counted from the
+    // request); nothing: the program offers no way to ask for one.
+    std::optional<SimWindow> newWindow = std::nullopt;
 };
 
 // An ordinary application with the given identity and default behaviour.
@@ -163,7 +166,7 @@ public:
     std::vector<std::int32_t> activations;
     std::vector<SimScriptRun> scriptRuns;
     // What was done, in order: "openApplication:PATH", "openDocuments:PATH",
-    // "launch:PATH WORD… in FOLDER",
+    // "launch:PATH WORD… in FOLDER", "openNewWindow:PID",
     // "setAttribute:NAME:WINDOW", "hide:PID", "activate:PID", "sleep",
     // "appleScript:KIND:BUNDLE". Tests add their own entries beside them.
     std::vector<std::string> journal;
@@ -195,6 +198,7 @@ public:
     std::vector<App> runningCommands(const std::vector<std::string>& commandLine) override;
     std::optional<App> launch(const LaunchRequest& request, double timeout, ErrorSink onError) override;
     bool separateInstances() override;
+    bool openNewWindow(const App& app, ErrorSink onError) override;
     std::optional<std::string> windowManagerName() override;
 
     bool fileExists(const std::string& path) override;
