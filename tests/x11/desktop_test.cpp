@@ -307,23 +307,29 @@ protected:
     void SetUp() override {
         DesktopTest::SetUp();
         entry("xterm", "Terminal", "xterm", "Categories=System;TerminalEmulator;\n");
+        // As the system's own: uxterm runs xterm under a class of its own.
+        entry("debian-uxterm", "UXTerm", "uxterm", "StartupWMClass=UXTerm\nCategories=System;TerminalEmulator;\n");
         for (const auto* folder : {"project-one", "project-two"}) {
             folders.push_back((dir.path() / folder).string());
             std::filesystem::create_directories(folders.back());
         }
     }
 
-    // Two terminals in two folders, a digital clock and a logo known by no
-    // entry, and the eyes: the logo on the second workspace, the eyes maximized.
+    // Two terminals in two folders and a uxterm, a digital clock, a logo, a
+    // calculator and a message known by no entry, and the eyes: the logo on
+    // the second workspace, the eyes maximized.
     void arrange() {
         pids.push_back(display->start("xterm", {"-geometry", "60x10+40+40"}, folders[0]));
         pids.push_back(display->start("xterm", {"-geometry", "60x10+700+40"}, folders[1]));
+        pids.push_back(display->start("uxterm", {"-geometry", "50x8+40+300"}, folders[1]));
+        pids.push_back(display->start("xmessage", {"-geometry", "+1000+800", "hello"}));
         pids.push_back(display->start("xclock", {"-digital", "-geometry", "260x60+100+500"}));
         pids.push_back(display->start("xlogo", {"-geometry", "200x150+700+500"}));
         pids.push_back(display->start("xeyes", {"-geometry", "150x100+1100+300"}));
         pids.push_back(display->start("xcalc", {"-geometry", "+1200+550"}));
         ASSERT_TRUE(eventually([&] {
-            return probe->clientsOfClass("XTerm").size() == 2 && probe->clientsOfClass("XClock").size() == 1 &&
+            return probe->clientsOfClass("XTerm").size() == 2 && probe->clientsOfClass("UXTerm").size() == 1 &&
+                   probe->clientsOfClass("Xmessage").size() == 1 && probe->clientsOfClass("XClock").size() == 1 &&
                    probe->clientsOfClass("XLogo").size() == 1 && probe->clientsOfClass("XEyes").size() == 1 &&
                    probe->clientsOfClass("XCalc").size() == 1;
         })) << "the programs did not come up";
@@ -366,7 +372,7 @@ protected:
 
 TEST_F(LinuxSessionTest, QuitProgramsComeBackAsStartedInTheirFoldersWorkspacesAndStates) {
     ASSERT_NO_FATAL_FAILURE(arrange());
-    auto file = captureToFile(6, 6);
+    auto file = captureToFile(8, 8);
     auto snapshot = decodeSnapshot(readText(file));
     ASSERT_TRUE(snapshot);
     std::vector<std::string> recordedFolders;
@@ -383,24 +389,37 @@ TEST_F(LinuxSessionTest, QuitProgramsComeBackAsStartedInTheirFoldersWorkspacesAn
         if (app.name == "XLogo") {
             EXPECT_EQ(app.windows.at(0).workspace, 1);
         }
+        if (app.name == "Xmessage") {
+            EXPECT_EQ(app.commandLine,
+                      (std::vector<std::string>{programPath("xmessage"), "-geometry", "+1000+800", "hello"}));
+        }
         if (app.name == "XEyes") {
             EXPECT_EQ(app.windows.at(0).maximizedHorizontally, true);
             EXPECT_EQ(app.windows.at(0).maximizedVertically, true);
         }
     }
     std::sort(recordedFolders.begin(), recordedFolders.end());
-    EXPECT_EQ(recordedFolders, folders);
+    EXPECT_EQ(recordedFolders, (std::vector<std::string>{folders[0], folders[1], folders[1]}))
+        << "the xterms' and the uxterm's";
 
     for (pid_t pid : pids) display->quit(pid);
     ASSERT_TRUE(eventually([&] { return probe->clients().empty(); })) << "the programs did not quit";
 
     Finished restore = tarnwick({"--restore", file.string()});
     EXPECT_TRUE(restore.succeeded()) << restore.err;
-    EXPECT_NE(restore.out.find("launched 6, windows 6, tabs 0\n"), std::string::npos) << restore.out;
+    EXPECT_NE(restore.out.find("launched 8, windows 8, tabs 0\n"), std::string::npos) << restore.out;
     EXPECT_EQ(restore.out.find("problem:"), std::string::npos) << restore.out;
 
     EXPECT_TRUE(eventually([&] { return terminalFolders() == folders; }))
         << "two terminals, each in its folder; have " << terminalFolders().size();
+    EXPECT_TRUE(eventually([&] {
+        auto uxterm = probe->clientsOfClass("UXTerm");
+        auto pid = uxterm.size() == 1 ? probe->pid(uxterm[0]) : std::nullopt;
+        return pid && shellFolder(*pid) == folders[1];
+    })) << "the uxterm back as a uxterm, in its folder";
+    EXPECT_EQ(processesNamed("xmessage"),
+              (std::vector<std::vector<std::string>>{{programPath("xmessage"), "-geometry", "+1000+800", "hello"}}));
+    EXPECT_TRUE(eventually([&] { return probe->clientsOfClass("Xmessage").size() == 1; })) << "the message shown again";
     auto calculators = processesNamed("xcalc");
     ASSERT_EQ(calculators.size(), 1u);
     EXPECT_EQ(calculators[0], (std::vector<std::string>{programPath("xcalc"), "-geometry", "+1200+550"}));
@@ -423,7 +442,7 @@ TEST_F(LinuxSessionTest, QuitProgramsComeBackAsStartedInTheirFoldersWorkspacesAn
 
 TEST_F(LinuxSessionTest, RunningProgramsGoBackWithoutBeingStartedAgain) {
     ASSERT_NO_FATAL_FAILURE(arrange());
-    auto file = captureToFile(6, 6);
+    auto file = captureToFile(8, 8);
     // The user moves the logo back to the first workspace and elsewhere,
     // maximizes the clock and restores the eyes.
     std::uint32_t clock = probe->clientsOfClass("XClock").front();
@@ -440,7 +459,7 @@ TEST_F(LinuxSessionTest, RunningProgramsGoBackWithoutBeingStartedAgain) {
     Finished restore = tarnwick({"--restore", file.string()});
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     EXPECT_TRUE(restore.succeeded()) << restore.err;
-    EXPECT_NE(restore.out.find("launched 0, windows 6, tabs 0\n"), std::string::npos) << restore.out;
+    EXPECT_NE(restore.out.find("launched 0, windows 8, tabs 0\n"), std::string::npos) << restore.out;
     EXPECT_EQ(restore.out.find("problem:"), std::string::npos) << restore.out;
     EXPECT_LT(seconds, 5.0) << "a restore over a running session";
 
@@ -451,11 +470,12 @@ TEST_F(LinuxSessionTest, RunningProgramsGoBackWithoutBeingStartedAgain) {
         << " (want " << describe(logoFrame) << "), clock maximized " << probe->maximized(clock) << " at "
         << describe(probe->frame(clock)) << " (want " << describe(clockFrame) << "), eyes maximized "
         << probe->maximized(eyes);
-    EXPECT_EQ(probe->clients().size(), 6u) << "no second copy of anything";
+    EXPECT_EQ(probe->clients().size(), 8u) << "no second copy of anything";
     EXPECT_EQ(processesNamed("xclock").size(), 1u);
     EXPECT_EQ(processesNamed("xlogo").size(), 1u);
     EXPECT_EQ(processesNamed("xcalc").size(), 1u);
-    EXPECT_EQ(processesNamed("xterm").size(), 2u);
+    EXPECT_EQ(processesNamed("xterm").size(), 3u) << "two xterms and the uxterm";
+    EXPECT_EQ(processesNamed("xmessage").size(), 1u);
     EXPECT_EQ(terminalFolders(), folders);
 }
 
