@@ -610,6 +610,12 @@ void Connection::setAttribute(const Element& element, const std::string& name, c
     WindowID window = target->window;
     // Whatever the request changes, later questions see it.
     s.forget(window);
+    if ((name == "AXSize" || name == "AXPosition") && s.hasState(window, s.ewmh._NET_WM_STATE_FULLSCREEN)) {
+        // A full-screen window's frame is the manager's, drawn without borders:
+        // a frame written now would be sized by zero extents and be wrong once
+        // the window leaves full screen, so it keeps the one it had.
+        return;
+    }
     if (name == "AXSize") {
         if (auto* size = std::get_if<Size>(&value)) s.setSize(window, *size);
     } else if (name == "AXPosition") {

@@ -348,6 +348,12 @@ void DisplayProbe::requestMaximized(std::uint32_t window, bool on) {
                      s.atom("_NET_WM_STATE_MAXIMIZED_VERT"), s.atom("_NET_WM_STATE_MAXIMIZED_HORZ"));
 }
 
+void DisplayProbe::requestFullScreen(std::uint32_t window, bool on) {
+    auto& s = *state_;
+    askWindowManager(s.connection, s.root, window, s.atom("_NET_WM_STATE"), on ? 1 : 0,
+                     s.atom("_NET_WM_STATE_FULLSCREEN"), 0);
+}
+
 void DisplayProbe::requestIconify(std::uint32_t window) {
     auto& s = *state_;
     askWindowManager(s.connection, s.root, window, s.atom("WM_CHANGE_STATE"), 3 /* IconicState */, 0, 0);

@@ -106,6 +106,7 @@ public:
     // What a pager asks of the window manager: another workspace, maximized or not.
     void requestWorkspace(std::uint32_t window, std::uint32_t workspace);
     void requestMaximized(std::uint32_t window, bool on);
+    void requestFullScreen(std::uint32_t window, bool on);
     // The client's own ICCCM request to be iconified, as its minimize button sends.
     void requestIconify(std::uint32_t window);
     // A pager's request to bring the window forward, out of its icon too.

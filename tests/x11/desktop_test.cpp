@@ -641,6 +641,34 @@ TEST_F(GtkSessionTest, RunningGtkProgramsGoBackWithoutASecondCopy) {
         EXPECT_EQ(processesNamed(program).size(), 1u) << program;
 }
 
+TEST_F(DesktopTest, AWindowThatIsFullScreenNowStaysSoAndKeepsItsOwnFrameForLater) {
+    entry("xeyes", "Eyes", "xeyes");
+    ASSERT_NO_FATAL_FAILURE(arrange());
+    auto file = captureToFile(4, 4);
+    // The user moves the eyes, then makes them full screen.
+    std::uint32_t eyes = probe->clientsOfClass("XEyes").front();
+    probe->configure(eyes, 300, 300, 200, 150);
+    ASSERT_TRUE(eventually([&] { return !near(seenByClass({"XEyes"})["XEyes"].front(), arranged["XEyes"]); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    Seen moved = seenByClass({"XEyes"})["XEyes"].front();
+    probe->requestFullScreen(eyes, true);
+    ASSERT_TRUE(eventually([&] { return probe->fullScreen(eyes); }));
+
+    Finished restore = tarnwick({"--restore", file.string()});
+    EXPECT_TRUE(restore.succeeded()) << restore.err;
+    EXPECT_EQ(restore.out.find("problem:"), std::string::npos) << restore.out;
+    Seen screen{Rect{0, 0, display->width(), display->height()}, false, true};
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_TRUE(near(seenByClass({"XEyes"})["XEyes"].front(), screen))
+        << "never taken out of full screen: " << describe(seenByClass({"XEyes"})["XEyes"].front());
+
+    // Leaving full screen later, the window has the frame it had, not one
+    // sized while the manager drew no borders around it.
+    probe->requestFullScreen(eyes, false);
+    EXPECT_TRUE(eventually([&] { return near(seenByClass({"XEyes"})["XEyes"].front(), moved); }))
+        << "want " << describe(moved) << ", have " << describe(seenByClass({"XEyes"})["XEyes"].front());
+}
+
 TEST_F(DesktopTest, WithoutAModeTheProgramSaysTheMenuBarApplicationIsForMacs) {
     Finished finished = tarnwick({});
     EXPECT_TRUE(WIFEXITED(finished.status) && WEXITSTATUS(finished.status) == 2);
