@@ -245,22 +245,31 @@ TEST_F(DesktopTest, RunningAppsThatWereMovedGoBackWithoutASecondCopy) {
     ASSERT_NO_FATAL_FAILURE(arrange());
     auto file = captureToFile(4, 4);
 
-    // The user moves and resizes two windows and brings the minimized one back.
+    // The user moves and resizes two windows, brings the minimized one back
+    // and takes the terminal out of full screen.
     std::uint32_t logo = probe->clientsOfClass("XLogo").front();
     std::uint32_t eyes = probe->clientsOfClass("XEyes").front();
     std::uint32_t clock = probe->clientsOfClass("XClock").front();
+    std::uint32_t terminal = probe->clientsOfClass("XTerm").front();
     probe->configure(logo, 700, 600, 300, 200);
     probe->configure(eyes, 40, 60, 100, 90);
     probe->requestActivate(clock);
     probe->configure(clock, 300, 320, 170, 170);
+    probe->requestFullScreen(terminal, false);
+    const std::vector<std::string> classes{"XLogo", "XEyes", "XClock", "XTerm"};
     ASSERT_TRUE(eventually([&] {
-        auto now = seenByClass({"XLogo", "XEyes", "XClock"});
-        return now.size() == 3 && !near(now["XLogo"].front(), arranged["XLogo"]) &&
-               !near(now["XEyes"].front(), arranged["XEyes"]) && !now["XClock"].front().minimized;
-    })) << "the windows did not move:" << seenText(seenByClass({"XLogo", "XEyes", "XClock"}));
+        auto now = seenByClass(classes);
+        return now.size() == 4 && !near(now["XLogo"].front(), arranged["XLogo"]) &&
+               !near(now["XEyes"].front(), arranged["XEyes"]) && !now["XClock"].front().minimized &&
+               !now["XTerm"].front().fullScreen;
+    })) << "the windows did not change:" << seenText(seenByClass(classes));
 
+    auto started = std::chrono::steady_clock::now();
     Finished restore = tarnwick({"--restore", file.string()});
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     EXPECT_TRUE(restore.succeeded()) << restore.err;
+    EXPECT_LT(seconds, 5.0) << "a restore over a running session";
+    EXPECT_EQ(restore.out.find("problem:"), std::string::npos) << restore.out;
     EXPECT_NE(restore.out.find("launched 0, windows 4, tabs 0\n"), std::string::npos) << restore.out;
     EXPECT_EQ(settlesAs(arranged), "");
     EXPECT_EQ(probe->clients().size(), 4u);
