@@ -127,9 +127,10 @@ void AppDelegate::restore(const Snapshot& snapshot) {
     if (busy_) return;
     if (!AXO::trusted()) {
         shell_.activate();
-        if (shell_.runAlert(accessibilityWarning()) != 0) {
+        SystemTexts texts = shell_.systemTexts();
+        if (shell_.runAlert(texts.placementWarning) != 0) {
             AXO::promptForTrust();
-            shell_.openURL(accessibilitySettingsURL);
+            if (texts.settingsURL) shell_.openURL(*texts.settingsURL);
             return;
         }
         // The alert is modal but the main queue keeps turning under it: a save
@@ -174,6 +175,10 @@ Menu AppDelegate::menuNeedsUpdate() {
     for (Store::Entry& entry : stored) state.snapshots.push_back(std::move(entry.snapshot));
     state.trusted = AXO::trusted();
     state.loginItemEnabled = shell_.loginItemStatus() == LoginItemStatus::enabled;
+    SystemTexts texts = shell_.systemTexts();
+    state.showFolderTitle = texts.showFolder;
+    state.grantTitle = texts.grantAccess;
+    state.grantable = texts.settingsURL.has_value();
     return buildStatusMenu(state, [this](Date date) { return shell_.shortDate(date); });
 }
 
@@ -225,7 +230,7 @@ void AppDelegate::toggleLogin() {
 
 void AppDelegate::openAccessibility() {
     AXO::promptForTrust();
-    shell_.openURL(accessibilitySettingsURL);
+    if (auto url = shell_.systemTexts().settingsURL) shell_.openURL(*url);
 }
 
 void AppDelegate::showFolder() { shell_.reveal(supportDir().string()); }

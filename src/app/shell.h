@@ -40,6 +40,18 @@ struct Alert {
     std::vector<std::string> buttons;
 };
 
+// The texts that name the system around the application: its file manager,
+// and what window placement needs there.
+struct SystemTexts {
+    std::string showFolder;   // the menu item that shows the snapshot folder
+    std::string grantAccess;  // the menu item or note shown while windows cannot be placed
+    // Where placement is granted; none where nothing can be granted, and the
+    // grant item is then a note.
+    std::optional<std::string> settingsURL;
+    // Before a restore that cannot place windows: "Restore anyway" first.
+    Alert placementWarning;
+};
+
 // The login item's status, as the system reports it.
 enum class LoginItemStatus { notRegistered, enabled, requiresApproval, notFound };
 
@@ -75,6 +87,8 @@ public:
     virtual int runAlert(const Alert& alert) = 0;
     // The date as the menu shows it: "EEE d MMM, HH:mm" in the user's locale and time zone.
     virtual std::string shortDate(Date date) = 0;
+    // The texts that name this system's file manager and window placement.
+    virtual SystemTexts systemTexts() = 0;
 
     // --- Settings ------------------------------------------------------------------
     // Missing keys read 0 and false.

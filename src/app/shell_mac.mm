@@ -4,6 +4,7 @@
 #include "app/application.h"
 
 #include "app/app_delegate.h"
+#include "app/texts.h"
 
 #import <AppKit/AppKit.h>
 #import <ServiceManagement/ServiceManagement.h>
@@ -140,6 +141,8 @@ public:
         double seconds = std::chrono::duration<double>(date.time_since_epoch()).count();
         return text([shortDate_ stringFromDate:[NSDate dateWithTimeIntervalSince1970:seconds]]);
     }
+
+    tarnwick::MenuBar::SystemTexts systemTexts() override { return tarnwick::MenuBar::macTexts(); }
 
     // --- Settings ----------------------------------------------------------------------------------
     std::int64_t integerSetting(const std::string& key) override {

@@ -65,13 +65,14 @@ Menu buildStatusMenu(const MenuState& state, const DateText& shortDate) {
     menu.push_back(MenuItem::separatorItem());
 
     if (!state.trusted) {
-        menu.push_back(MenuItem::action("Grant Accessibility access\u2026", Command::openAccessibility));
+        menu.push_back(state.grantable ? MenuItem::action(state.grantTitle, Command::openAccessibility)
+                                       : MenuItem::label(state.grantTitle));
         menu.push_back(MenuItem::separatorItem());
     }
     MenuItem login = MenuItem::action("Open at login", Command::toggleLogin);
     login.checked = state.loginItemEnabled;
     menu.push_back(std::move(login));
-    menu.push_back(MenuItem::action("Show snapshots in Finder", Command::showFolder));
+    menu.push_back(MenuItem::action(state.showFolderTitle, Command::showFolder));
     menu.push_back(MenuItem::action("Quit Tarnwick", Command::quit, "q"));
 
     // While something runs only quitting stays possible from the top level. The

@@ -27,6 +27,11 @@ struct MenuState {
     std::optional<Snapshot> beforeBoot;
     bool trusted = false;
     bool loginItemEnabled = false;
+    // The titles that name the system; a Mac's unless the shell says otherwise.
+    std::string showFolderTitle = "Show snapshots in Finder";
+    std::string grantTitle = "Grant Accessibility access\u2026";
+    // False where nothing can be granted: the grant item is then a note.
+    bool grantable = true;
 };
 
 using DateText = std::function<std::string(Date)>;

@@ -63,6 +63,21 @@ Alert accessibilityWarning() {
                  {"Restore anyway", "Open Settings"}};
 }
 
+SystemTexts macTexts() {
+    return SystemTexts{"Show snapshots in Finder", "Grant Accessibility access\u2026", accessibilitySettingsURL,
+                       accessibilityWarning()};
+}
+
+SystemTexts linuxTexts() {
+    return SystemTexts{"Show snapshots in the file manager",
+                       "Windows can't be placed: no window manager answers",
+                       std::nullopt,
+                       Alert{"No window manager answers",
+                             "Tarnwick can relaunch programs, but can't move windows back into place until a "
+                             "window manager that follows EWMH runs on this display.",
+                             {"Restore anyway", "Cancel"}}};
+}
+
 Alert restoreReport(const Restore::Result& result) {
     Alert alert;
     alert.message = result.problems.empty() ? "Session restored" : "Session restored, with some gaps";

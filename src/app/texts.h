@@ -5,6 +5,7 @@
 #include "model/snapshot.h"
 #include "session/restore.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,11 @@ std::string restoreLine(const Restore::Result& result);
 
 // The warning before a restore without Accessibility: "Restore anyway" first, then "Open Settings".
 Alert accessibilityWarning();
+
+// A Mac's: Finder, Accessibility and its settings page.
+SystemTexts macTexts();
+// A Linux desktop's: its file manager, and a window manager that follows EWMH.
+SystemTexts linuxTexts();
 
 // The alert that ends a restore: what was put back and the first problems.
 Alert restoreReport(const Restore::Result& result);

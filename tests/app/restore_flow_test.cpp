@@ -134,6 +134,25 @@ TEST_F(RestoreFlowTest, WithoutTrustOpenSettingsAsksForAccessInstead) {
     EXPECT_TRUE(std::static_pointer_cast<SimShell::SimTimer>(timer)->valid) << "the timer keeps running";
 }
 
+TEST_F(RestoreFlowTest, OnLinuxWithoutAWindowManagerCancelOpensNothing) {
+    shell.linuxWording = true;
+    launch();
+    desktop.trusted = false;
+    shell.alertAnswers = {1};
+    delegate->restore(notesSession());
+    shell.settle();
+
+    ASSERT_EQ(shell.alerts.size(), 1u);
+    EXPECT_EQ(shell.alerts[0].message, "No window manager answers");
+    EXPECT_EQ(shell.alerts[0].informative,
+              "Tarnwick can relaunch programs, but can't move windows back into place until a window manager that "
+              "follows EWMH runs on this display.");
+    EXPECT_THAT(shell.alerts[0].buttons, ElementsAre("Restore anyway", "Cancel"));
+    EXPECT_THAT(shell.openedURLs, IsEmpty());
+    EXPECT_FALSE(delegate->busy());
+    EXPECT_THAT(logLines("restore"), IsEmpty());
+}
+
 TEST_F(RestoreFlowTest, WithoutTrustRestoreAnywayRunsAsWhenTrusted) {
     launch();
     desktop.trusted = false;

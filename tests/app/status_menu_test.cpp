@@ -168,6 +168,22 @@ TEST_F(StatusMenuTest, AccessibilityItemOnlyWhenNotTrusted) {
                             "Quit Tarnwick ->quit [q]"));
 }
 
+TEST_F(StatusMenuTest, OnLinuxTheMenuNamesTheFileManagerAndANoteStandsForTheGrant) {
+    shell.linuxWording = true;
+    launch();
+    std::vector<std::string> shown = rows(shell.openMenu());
+    EXPECT_THAT(std::vector<std::string>(shown.end() - 3, shown.end()),
+                ElementsAre("Open at login ->toggleLogin (on)", "Show snapshots in the file manager ->showFolder",
+                            "Quit Tarnwick ->quit [q]"));
+    for (const std::string& row : shown) EXPECT_EQ(row.find("window manager answers"), std::string::npos);
+
+    // No window manager answers: nothing can be granted, the menu says why.
+    desktop.trusted = false;
+    shown = rows(shell.openMenu());
+    EXPECT_THAT(std::vector<std::string>(shown.end() - 6, shown.end() - 3),
+                ElementsAre("---", "Windows can't be placed: no window manager answers (disabled)", "---"));
+}
+
 TEST_F(StatusMenuTest, IntervalZeroSavesAtRestartWithOffChecked) {
     shell.integers["autosaveMinutes"] = 0;
     launch();

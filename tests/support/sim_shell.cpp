@@ -2,6 +2,8 @@
 // timers, delayed calls and blocking waits in the desktop's virtual time.
 #include "support/sim_shell.h"
 
+#include "app/texts.h"
+
 #include <algorithm>
 #include <chrono>
 #include <ctime>
@@ -262,6 +264,8 @@ int SimShell::runAlert(const MenuBar::Alert& alert) {
 }
 
 // Formatted in UTC with English names, so that tests do not depend on the machine's zone.
+MenuBar::SystemTexts SimShell::systemTexts() { return linuxWording ? MenuBar::linuxTexts() : MenuBar::macTexts(); }
+
 std::string SimShell::shortDate(Date date) {
     std::time_t seconds = std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(date));
     std::tm fields{};

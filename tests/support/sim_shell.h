@@ -66,6 +66,8 @@ public:
     std::vector<std::string> revealed;
     int terminations = 0;
     bool powerOffObserved = false;
+    // The texts of a Linux desktop instead of a Mac's.
+    bool linuxWording = false;
 
     std::map<std::string, std::int64_t> integers;
     std::map<std::string, bool> booleans;
@@ -119,6 +121,7 @@ public:
     void activate() override;
     int runAlert(const MenuBar::Alert& alert) override;
     std::string shortDate(Date date) override;
+    MenuBar::SystemTexts systemTexts() override;
     std::int64_t integerSetting(const std::string& key) override;
     void setIntegerSetting(const std::string& key, std::int64_t value) override;
     bool booleanSetting(const std::string& key) override;
