@@ -93,6 +93,9 @@ struct Pass {
 // once. Our own requests end a pass at once, and polling waits (a restore
 // waiting for windows) are far longer than this.
 constexpr auto passLifetime = std::chrono::milliseconds(50);
+// As long as the facts of one pass: a quit program's window id can come back
+// as a new program's within a second, never within this.
+constexpr auto pidTrust = passLifetime;
 
 }  // namespace
 
@@ -106,8 +109,29 @@ struct Connection::State {
     xcb_atom_t gtkApplicationId = XCB_ATOM_NONE;  // _GTK_APPLICATION_ID
     bool resourceExtension = false;          // X-Resource, for the pid of a client that never says
 
+    // A window's owner never changes while it exists, but the server hands a
+    // destroyed window's id to the next client that asks (a program quit and
+    // started again often gets its old ids back): an owner learned from the
+    // server is trusted for a moment only, which covers one capture, never a
+    // long-running application's next look.
+    struct KnownPid {
+        std::int32_t pid = 0;
+        std::chrono::steady_clock::time_point learned;
+    };
     std::mutex pidLock;
-    std::map<WindowID, std::int32_t> pids;  // a window's owner never changes while it exists
+    std::map<WindowID, KnownPid> pids;
+
+    // Under pidLock.
+    std::optional<std::int32_t> knownPid(WindowID window) {
+        auto found = pids.find(window);
+        if (found == pids.end()) return std::nullopt;
+        if (std::chrono::steady_clock::now() - found->second.learned > pidTrust) {
+            pids.erase(found);
+            return std::nullopt;
+        }
+        return found->second.pid;
+    }
+    void remember(WindowID window, std::int32_t pid) { pids[window] = KnownPid{pid, std::chrono::steady_clock::now()}; }
 
     std::mutex passLock;
     std::shared_ptr<Pass> pass;  // the latest, while it stands
@@ -140,8 +164,7 @@ struct Connection::State {
     std::optional<std::int32_t> pidOf(WindowID window) {
         {
             std::lock_guard<std::mutex> hold(pidLock);
-            auto found = pids.find(window);
-            if (found != pids.end()) return found->second;
+            if (auto known = knownPid(window)) return known;
         }
         std::optional<std::int32_t> pid;
         std::uint32_t said = 0;
@@ -152,7 +175,7 @@ struct Connection::State {
         if (!pid) pid = pidFromResources(window);
         if (pid) {
             std::lock_guard<std::mutex> hold(pidLock);
-            pids[window] = *pid;
+            remember(window, *pid);
         }
         return pid;
     }
@@ -289,8 +312,8 @@ struct Connection::State {
             std::lock_guard<std::mutex> hold(pidLock);
             for (auto& [window, facts] : found) {
                 if (facts.pid) continue;
-                if (auto known = pids.find(window); known != pids.end()) {
-                    facts.pid = known->second;
+                if (auto known = knownPid(window)) {
+                    facts.pid = known;
                 } else if (resourceExtension) {
                     xcb_res_client_id_spec_t spec{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
                     unknown.emplace_back(window, xcb_res_query_client_ids(connection, 1, &spec));
@@ -300,7 +323,7 @@ struct Connection::State {
         for (const auto& [window, cookie] : unknown) found.at(window).pid = pidReply(cookie);
         std::lock_guard<std::mutex> hold(pidLock);
         for (const auto& [window, facts] : found)
-            if (facts.pid) pids[window] = *facts.pid;
+            if (facts.pid) remember(window, *facts.pid);
         return found;
     }
 

@@ -300,7 +300,7 @@ void MacShell::observePowerOff(Task handler) {
 
 namespace tarnwick::MenuBar {
 
-int runApplication() {
+int runApplication(int, char**) {
     @autoreleasepool {
         NSApplication* application = NSApplication.sharedApplication;
         // The application holds its delegate weakly; this one lives until the loop ends.

@@ -1,4 +1,4 @@
-// Process entry: the one-shot modes and, on a Mac, the menu-bar application.
+// Process entry: the one-shot modes and the menu-bar (or tray) application.
 #include "main/entry.h"
 #include "platform/platform.h"
 
@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#if defined(__APPLE__)
 #include "app/application.h"
+#if defined(__APPLE__)
 #include "session/platform_mac.h"
 #else
 #include "session/platform_x11.h"
@@ -20,7 +20,7 @@ int main(int argc, char** argv) {
     // desktop through it.
     tarnwick::installPlatform(&tarnwick::macPlatform());
     if (auto status = tarnwick::Entry::runOneShot(arguments)) return *status;
-    return tarnwick::MenuBar::runApplication();
+    return tarnwick::MenuBar::runApplication(argc, argv);
 #else
     std::string why;
     auto backend = tarnwick::openX11Platform("", why);
@@ -31,10 +31,8 @@ int main(int argc, char** argv) {
     }
     tarnwick::installPlatform(backend.get());
     auto status = tarnwick::Entry::runOneShot(arguments);
+    if (!status) status = tarnwick::MenuBar::runApplication(argc, argv);
     tarnwick::installPlatform(nullptr);
-    if (status) return *status;
-    std::fputs("tarnwick: the menu-bar application runs on macOS only; here use --capture or --restore FILE\n",
-               stderr);
-    return 2;
+    return *status;
 #endif
 }

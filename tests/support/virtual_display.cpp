@@ -144,19 +144,19 @@ void VirtualDisplay::abandon(const std::string& why) {
     fail(why);
 }
 
-SessionBus::SessionBus() {
-    if (const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS")) previous_ = address;
+SessionBus::SessionBus(std::string variable) : variable_(std::move(variable)) {
+    if (const char* address = std::getenv(variable_.c_str())) previous_ = address;
     daemon_.emplace(startProgram("dbus-daemon", {"--session", "--nofork", "--print-address=1"}));
     auto address = readFirstLine(daemon_->output());
     if (!address || address->empty()) fail("dbus-daemon did not say where it listens");
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", address->c_str(), 1);
+    ::setenv(variable_.c_str(), address->c_str(), 1);
 }
 
 SessionBus::~SessionBus() {
     if (previous_)
-        ::setenv("DBUS_SESSION_BUS_ADDRESS", previous_->c_str(), 1);
+        ::setenv(variable_.c_str(), previous_->c_str(), 1);
     else
-        ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
+        ::unsetenv(variable_.c_str());
     if (daemon_) stopProgram(*daemon_);
 }
 
@@ -256,6 +256,53 @@ std::vector<std::uint32_t> DisplayProbe::clientsOfClass(const std::string& wmCla
     std::vector<std::uint32_t> found;
     for (std::uint32_t window : clients())
         if (this->wmClass(window) == wmClass) found.push_back(window);
+    return found;
+}
+
+std::vector<std::uint32_t> DisplayProbe::windowsOfClass(const std::string& wmClass) {
+    auto* c = state_->connection;
+    std::vector<std::uint32_t> found;
+    std::vector<xcb_window_t> pending{state_->root};
+    for (size_t next = 0; next < pending.size(); ++next) {
+        Reply<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(c, xcb_query_tree(c, pending[next]), nullptr));
+        if (!tree) continue;
+        const xcb_window_t* children = xcb_query_tree_children(tree.get());
+        for (int i = 0; i < xcb_query_tree_children_length(tree.get()); ++i) {
+            if (this->wmClass(children[i]) == wmClass) found.push_back(children[i]);
+            pending.push_back(children[i]);
+        }
+    }
+    return found;
+}
+
+std::optional<Rect> DisplayProbe::onScreen(std::uint32_t window) {
+    auto* c = state_->connection;
+    Reply<xcb_get_geometry_reply_t> geometry(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
+    Reply<xcb_translate_coordinates_reply_t> at(xcb_translate_coordinates_reply(
+        c, xcb_translate_coordinates(c, window, state_->root, 0, 0), nullptr));
+    if (!geometry || !at) return std::nullopt;
+    return Rect{at->dst_x, at->dst_y, geometry->width, geometry->height};
+}
+
+bool DisplayProbe::viewable(std::uint32_t window) {
+    auto* c = state_->connection;
+    Reply<xcb_get_window_attributes_reply_t> attributes(
+        xcb_get_window_attributes_reply(c, xcb_get_window_attributes(c, window), nullptr));
+    return attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
+}
+
+std::vector<std::uint32_t> DisplayProbe::popUps() {
+    auto* c = state_->connection;
+    std::vector<std::uint32_t> found;
+    Reply<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(c, xcb_query_tree(c, state_->root), nullptr));
+    if (!tree) return found;
+    const xcb_window_t* children = xcb_query_tree_children(tree.get());
+    for (int i = 0; i < xcb_query_tree_children_length(tree.get()); ++i) {
+        Reply<xcb_get_window_attributes_reply_t> attributes(
+            xcb_get_window_attributes_reply(c, xcb_get_window_attributes(c, children[i]), nullptr));
+        if (attributes && attributes->override_redirect && attributes->map_state == XCB_MAP_STATE_VIEWABLE)
+            found.push_back(children[i]);
+    }
     return found;
 }
 

@@ -64,12 +64,15 @@ private:
 // those of another (a second gedit hands its work to the first it finds).
 class SessionBus {
 public:
-    SessionBus();
+    // DBUS_SESSION_BUS_ADDRESS, or another variable that names a bus
+    // (DBUS_SYSTEM_BUS_ADDRESS: a private stand-in for the system bus).
+    explicit SessionBus(std::string variable = "DBUS_SESSION_BUS_ADDRESS");
     ~SessionBus();
     SessionBus(const SessionBus&) = delete;
     SessionBus& operator=(const SessionBus&) = delete;
 
 private:
+    std::string variable_;
     std::optional<ChildProcess> daemon_;
     std::optional<std::string> previous_;
 };
@@ -101,6 +104,15 @@ public:
     bool maximized(std::uint32_t window);
     // _NET_WM_DESKTOP: the workspace, counted from 0.
     std::optional<std::uint32_t> workspace(std::uint32_t window);
+    // Every window of the display whose WM_CLASS class is this, managed or not,
+    // at any depth (a tray icon sits inside the tray's window), outermost first.
+    std::vector<std::uint32_t> windowsOfClass(const std::string& wmClass);
+    // Where the window is on the screen, and whether it and its ancestors are mapped.
+    std::optional<Rect> onScreen(std::uint32_t window);
+    bool viewable(std::uint32_t window);
+    // The windows whose parent is the root, mapped and not managed: menus and
+    // other pop-ups.
+    std::vector<std::uint32_t> popUps();
     // _NET_WM_PID, when the client says.
     std::optional<std::uint32_t> pid(std::uint32_t window);
     // What a pager asks of the window manager: another workspace, maximized or not.

@@ -680,13 +680,5 @@ TEST_F(DesktopTest, AWindowThatIsFullScreenNowStaysSoAndKeepsItsOwnFrameForLater
         << "want " << describe(moved) << ", have " << describe(seenByClass({"XEyes"})["XEyes"].front());
 }
 
-TEST_F(DesktopTest, WithoutAModeTheProgramSaysTheMenuBarApplicationIsForMacs) {
-    Finished finished = tarnwick({});
-    EXPECT_TRUE(WIFEXITED(finished.status) && WEXITSTATUS(finished.status) == 2);
-    EXPECT_EQ(finished.out, "");
-    EXPECT_EQ(finished.err,
-              "tarnwick: the menu-bar application runs on macOS only; here use --capture or --restore FILE\n");
-}
-
 }  // namespace
 }  // namespace tarnwick::testing

@@ -1,0 +1,533 @@
+// The tray application on a real Linux desktop: the program itself as a
+// process, on Xvfb with openbox, a private D-Bus session bus, a stand-in
+// system bus with a stand-in logind, and a real tray: tint2's XEmbed tray, or
+// a StatusNotifierItem watcher through which its menu is read and used over
+// D-Bus, as a desktop panel does.
+#include "model/snapshot_json.h"
+#include "support/scoped_variable.h"
+#include "support/temp_dir.h"
+#include "support/virtual_display.h"
+
+#include <QCoreApplication>
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusVariant>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <fstream>
+#include <thread>
+
+namespace tarnwick::testing {
+namespace {
+
+using ::testing::ElementsAre;
+
+// A program of the test with its standard output read line by line.
+class Program {
+public:
+    Program(const std::string& path, const std::vector<std::string>& arguments) {
+        int error = 0;
+        if (auto started = ChildProcess::start(path, arguments, ChildProcess::Input::pipe,
+                                               ChildProcess::ErrorOutput::discard, error))
+            child_.emplace(std::move(*started));
+        else
+            ADD_FAILURE() << path << " did not start: " << std::strerror(error);
+    }
+    ~Program() {
+        if (child_ && !status_) child_->terminateInBackground();
+    }
+
+    // The next line that starts with `prefix`, waiting up to `seconds`.
+    std::optional<std::string> lineStartingWith(const std::string& prefix, double seconds = 15.0) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+        for (;;) {
+            for (size_t end; (end = buffer_.find('\n')) != std::string::npos;) {
+                std::string line = buffer_.substr(0, end);
+                buffer_.erase(0, end + 1);
+                if (line.rfind(prefix, 0) == 0) return line;
+            }
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            if (!child_ || left.count() <= 0) return std::nullopt;
+            pollfd ready{child_->output().get(), POLLIN, 0};
+            if (::poll(&ready, 1, static_cast<int>(left.count())) <= 0) continue;
+            char chunk[4096];
+            ssize_t n = ::read(child_->output().get(), chunk, sizeof chunk);
+            if (n <= 0) return std::nullopt;
+            buffer_.append(chunk, static_cast<size_t>(n));
+        }
+    }
+
+    void tell(const std::string& line) {
+        std::string text = line + "\n";
+        if (!child_) return;
+        EXPECT_EQ(::write(child_->input().get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+
+    // The exit status once it ended within `seconds`.
+    std::optional<int> exited(double seconds) {
+        if (!child_) return std::nullopt;
+        if (!status_)
+            status_ = child_->waitUntil(std::chrono::steady_clock::now() +
+                                        std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000)));
+        return status_;
+    }
+
+    pid_t pid() const { return child_ ? child_->pid() : 0; }
+
+private:
+    std::optional<ChildProcess> child_;
+    std::string buffer_;
+    std::optional<int> status_;
+};
+
+// One item of the menu as a tray host reads it over D-Bus.
+struct Item {
+    int id = 0;
+    std::string label;
+    bool enabled = true;
+    bool separator = false;
+    bool checked = false;
+    std::vector<Item> children;
+};
+
+Item readItem(const QDBusArgument& argument) {
+    Item item;
+    QVariantMap properties;
+    argument.beginStructure();
+    argument >> item.id >> properties;
+    argument.beginArray();
+    while (!argument.atEnd()) {
+        QDBusVariant child;
+        argument >> child;
+        item.children.push_back(readItem(child.variant().value<QDBusArgument>()));
+    }
+    argument.endArray();
+    argument.endStructure();
+    item.label = properties.value("label").toString().toStdString();
+    item.enabled = properties.value("enabled", true).toBool();
+    item.separator = properties.value("type").toString() == "separator";
+    item.checked = properties.value("toggle-state", 0).toInt() == 1;
+    return item;
+}
+
+// "---" for a separator, else the label, "(on)" when checked, "(disabled)",
+// and ">N" for a submenu of N items.
+std::vector<std::string> rows(const std::vector<Item>& items) {
+    std::vector<std::string> out;
+    for (const Item& item : items) {
+        if (item.separator) {
+            out.push_back("---");
+            continue;
+        }
+        std::string row = item.label;
+        if (item.checked) row += " (on)";
+        if (!item.enabled) row += " (disabled)";
+        if (!item.children.empty()) row += " >" + std::to_string(item.children.size());
+        out.push_back(row);
+    }
+    return out;
+}
+
+const Item* find(const std::vector<Item>& items, const std::string& label) {
+    for (const Item& item : items) {
+        if (item.label == label) return &item;
+        if (const Item* inside = find(item.children, label)) return inside;
+    }
+    return nullptr;
+}
+
+std::vector<std::string> fileLines(const std::filesystem::path& file) {
+    std::vector<std::string> lines;
+    std::ifstream in(file);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+class TrayTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::filesystem::create_directories(runtime());
+        ::chmod(runtime().c_str(), 0700);
+        session.emplace();
+        system.emplace("DBUS_SYSTEM_BUS_ADDRESS");
+        display = std::make_unique<VirtualDisplay>();
+        probe = std::make_unique<DisplayProbe>();
+        // The desktop entries are ours alone, as in the other desktop tests; set
+        // after openbox started, since it finds its theme through the same folders.
+        dataDirs.emplace("XDG_DATA_DIRS", (dir.path() / "none").string());
+        auto entry = dir.path() / "share" / "applications" / "xlogo.desktop";
+        std::filesystem::create_directories(entry.parent_path());
+        writeText(entry, "[Desktop Entry]\nType=Application\nName=Logo\nExec=xlogo\n");
+    }
+
+    void TearDown() override {
+        app.reset();
+        services.reset();
+        if (bus) QDBusConnection::disconnectFromBus(busName);
+        probe.reset();
+        display.reset();
+        dataDirs.reset();
+        system.reset();
+        session.reset();
+    }
+
+    std::filesystem::path home() const { return dir.path() / "home"; }
+    std::filesystem::path runtime() const { return dir.path() / "runtime"; }
+    std::filesystem::path config() const { return dir.path() / "config"; }
+    std::filesystem::path snapshots() const { return dir.path() / "share" / "Tarnwick" / "snapshots"; }
+    std::filesystem::path logFile() const { return dir.path() / "state" / "Tarnwick" / "Tarnwick.log"; }
+    std::filesystem::path autostart() const { return config() / "autostart" / "com.tarnwick.Tarnwick.desktop"; }
+
+    // logind on the stand-in system bus, and a tray host's watcher when asked.
+    void startServices(bool watcher) {
+        std::vector<std::string> arguments{"--logind"};
+        if (watcher) arguments.push_back("--watcher");
+        services.emplace(TARNWICK_FAKE_SERVICES, arguments);
+        ASSERT_TRUE(services->lineStartingWith("ready")) << "the stand-in services did not start";
+    }
+
+    void startApp() {
+        app.emplace(TARNWICK_PATH, std::vector<std::string>{});
+        ASSERT_TRUE(eventually([&] { return logHas("launched; boot time "); }, 20.0)) << "the application did not start";
+    }
+
+    bool logHas(const std::string& text) {
+        for (const std::string& line : fileLines(logFile()))
+            if (line.find(text) != std::string::npos) return true;
+        return false;
+    }
+
+    std::vector<std::string> logLinesWith(const std::string& text) {
+        std::vector<std::string> found;
+        for (const std::string& line : fileLines(logFile()))
+            if (line.find(text) != std::string::npos) found.push_back(line.substr(line.find(' ') + 1));
+        return found;
+    }
+
+    std::vector<std::filesystem::path> snapshotFiles() {
+        std::vector<std::filesystem::path> files;
+        std::error_code error;
+        for (auto it = std::filesystem::directory_iterator(snapshots(), error);
+             !error && it != std::filesystem::directory_iterator(); it.increment(error))
+            if (it->path().extension() == ".json" && it->path().filename().string()[0] != '.')
+                files.push_back(it->path());
+        std::sort(files.begin(), files.end());
+        return files;
+    }
+
+    // The tray item the application registered with the watcher, and the
+    // path of its menu, as a panel finds them.
+    void findItem() {
+        auto registered = services->lineStartingWith("item ", 20.0);
+        ASSERT_TRUE(registered) << "the application registered no tray item";
+        std::string item = registered->substr(5);
+        itemService = QString::fromStdString(item.substr(0, item.find('/')));
+        bus.emplace(QDBusConnection::connectToBus(QString::fromLocal8Bit(std::getenv("DBUS_SESSION_BUS_ADDRESS")),
+                                                  busName));
+        ASSERT_TRUE(bus->isConnected());
+        QDBusMessage get = QDBusMessage::createMethodCall(itemService, "/StatusNotifierItem",
+                                                          "org.freedesktop.DBus.Properties", "Get");
+        get << QString("org.kde.StatusNotifierItem") << QString("Menu");
+        QDBusMessage reply = bus->call(get);
+        ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
+        menuPath = reply.arguments().at(0).value<QDBusVariant>().variant().value<QDBusObjectPath>().path();
+        ASSERT_FALSE(menuPath.isEmpty());
+    }
+
+    // The menu as it is about to open, read as a tray host reads it.
+    std::vector<Item> openMenu() {
+        QDBusMessage show = QDBusMessage::createMethodCall(itemService, menuPath, "com.canonical.dbusmenu", "AboutToShow");
+        show << 0;
+        bus->call(show);
+        QDBusMessage layout = QDBusMessage::createMethodCall(itemService, menuPath, "com.canonical.dbusmenu", "GetLayout");
+        layout << 0 << -1 << QStringList();
+        QDBusMessage reply = bus->call(layout);
+        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() < 2) {
+            ADD_FAILURE() << "no menu layout: " << reply.errorMessage().toStdString();
+            return {};
+        }
+        return readItem(reply.arguments().at(1).value<QDBusArgument>()).children;
+    }
+
+    // Chooses the item as a click in the host's menu does: by its label, or
+    // by its place in a submenu.
+    void choose(const std::string& label, std::optional<size_t> position = std::nullopt) {
+        const std::vector<Item> menu = openMenu();
+        const Item* item = find(menu, label);
+        ASSERT_TRUE(item) << "no item \"" << label << "\" in " << ::testing::PrintToString(rows(menu));
+        if (position) {
+            ASSERT_LT(*position, item->children.size()) << label;
+            item = &item->children[*position];
+        }
+        QDBusMessage event = QDBusMessage::createMethodCall(itemService, menuPath, "com.canonical.dbusmenu", "Event");
+        event << item->id << QString("clicked") << QVariant::fromValue(QDBusVariant(0)) << 0u;
+        QDBusMessage reply = bus->call(event);
+        ASSERT_NE(reply.type(), QDBusMessage::ErrorMessage) << reply.errorMessage().toStdString();
+    }
+
+    // A window of the application that the window manager manages: an alert.
+    std::vector<std::uint32_t> alerts() {
+        std::vector<std::uint32_t> found;
+        for (std::uint32_t window : probe->clientsOfClass("Tarnwick")) found.push_back(window);
+        return found;
+    }
+
+    void press(const std::string& key) {
+        Program xdotool(programPath("xdotool"), {"key", key});
+        EXPECT_TRUE(xdotool.exited(10.0));
+    }
+
+    TempDir dir{"tarnwick-tray"};
+    ScopedVariable homeVariable{"HOME", (dir.path() / "home").string()};
+    ScopedVariable configHome{"XDG_CONFIG_HOME", (dir.path() / "config").string()};
+    ScopedVariable dataHome{"XDG_DATA_HOME", (dir.path() / "share").string()};
+    ScopedVariable stateHome{"XDG_STATE_HOME", (dir.path() / "state").string()};
+    std::optional<ScopedVariable> dataDirs;
+    ScopedVariable runtimeDir{"XDG_RUNTIME_DIR", (dir.path() / "runtime").string()};
+    std::optional<SessionBus> session, system;
+    std::unique_ptr<VirtualDisplay> display;
+    std::unique_ptr<DisplayProbe> probe;
+    std::optional<Program> services;
+    std::optional<Program> app;
+    const QString busName = "tray-test";
+    std::optional<QDBusConnection> bus;
+    QString itemService, menuPath;
+};
+
+TEST_F(TrayTest, TheMenuOpensWithItsItemsInOrder) {
+    ASSERT_NO_FATAL_FAILURE(startServices(true));
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    ASSERT_NO_FATAL_FAILURE(findItem());
+    // openbox answers: there is nothing to say about window placement.
+    EXPECT_THAT(rows(openMenu()),
+                ElementsAre("No snapshots yet (disabled)", "---", "Save snapshot now",
+                            "Not saved yet \u00B7 saves at restart (disabled)", "Timed snapshots >5", "---",
+                            "Open at login (on)", "Show snapshots in the file manager", "Quit Tarnwick"));
+    const std::vector<Item> menu = openMenu();
+    const Item* timed = find(menu, "Timed snapshots");
+    ASSERT_TRUE(timed);
+    EXPECT_THAT(rows(timed->children),
+                ElementsAre("Off (on)", "Every 5 minutes", "Every 15 minutes", "Every 30 minutes", "Every 60 minutes"));
+}
+
+TEST_F(TrayTest, SaveNowWritesASnapshotAndASecondOneWithNothingChangedIsSkipped) {
+    display->start("xlogo", {"-geometry", "200x150+300+200"});
+    ASSERT_TRUE(eventually([&] { return probe->clientsOfClass("XLogo").size() == 1; }));
+    ASSERT_NO_FATAL_FAILURE(startServices(true));
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    ASSERT_NO_FATAL_FAILURE(findItem());
+
+    choose("Save snapshot now");
+    ASSERT_TRUE(eventually([&] { return !logLinesWith("save (manual)").empty(); }));
+    EXPECT_THAT(logLinesWith("save (manual)"), ElementsAre("save (manual): 1 apps \u00B7 1 windows"));
+    auto files = snapshotFiles();
+    ASSERT_EQ(files.size(), 1u);
+    auto snapshot = decodeSnapshot(readText(files.front()));
+    ASSERT_TRUE(snapshot);
+    EXPECT_EQ(snapshot->reason, "manual");
+    ASSERT_EQ(snapshot->apps.size(), 1u) << "the application itself is never in a snapshot";
+    EXPECT_EQ(snapshot->apps.front().name, "Logo");
+
+    // The status line now names the save. A second save a second later finds nothing changed.
+    EXPECT_TRUE(eventually([&] {
+        for (const std::string& row : rows(openMenu()))
+            if (row.rfind("Last saved ", 0) == 0) return true;
+        return false;
+    })) << "the status line names the save";
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    choose("Save snapshot now");
+    ASSERT_TRUE(eventually([&] { return logLinesWith("save (manual)").size() == 2; }));
+    EXPECT_EQ(logLinesWith("save (manual)").back(), "save (manual): 1 apps \u00B7 1 windows \u2014 unchanged, skipped");
+    EXPECT_EQ(snapshotFiles().size(), 1u);
+}
+
+TEST_F(TrayTest, ChoosingAnIntervalIsRememberedAndShownAtTheNextOpening) {
+    ASSERT_NO_FATAL_FAILURE(startServices(true));
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    ASSERT_NO_FATAL_FAILURE(findItem());
+    choose("Every 5 minutes");
+    auto settings = config() / "Tarnwick" / "settings.ini";
+    EXPECT_TRUE(eventually([&] {
+        auto lines = fileLines(settings);
+        return std::find(lines.begin(), lines.end(), "autosaveMinutes=5") != lines.end();
+    })) << readText(settings);
+    EXPECT_TRUE(eventually([&] { return rows(openMenu()).at(3) == "Not saved yet \u00B7 saves every 5 min and at restart (disabled)"; }));
+    const std::vector<Item> menu = openMenu();
+    const Item* timed = find(menu, "Timed snapshots");
+    ASSERT_TRUE(timed);
+    EXPECT_THAT(rows(timed->children),
+                ElementsAre("Off", "Every 5 minutes (on)", "Every 15 minutes", "Every 30 minutes", "Every 60 minutes"));
+
+    // A new start reads it back.
+    choose("Quit Tarnwick");
+    ASSERT_EQ(app->exited(10.0), 0);
+    app.reset();
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    ASSERT_NO_FATAL_FAILURE(findItem());
+    EXPECT_EQ(rows(openMenu()).at(3), "Not saved yet \u00B7 saves every 5 min and at restart (disabled)");
+}
+
+TEST_F(TrayTest, RestoreOtherSnapshotRelaunchesAQuitProgramPutsItBackAndReports) {
+    pid_t logo = display->start("xlogo", {"-geometry", "200x150+300+200"});
+    ASSERT_TRUE(eventually([&] { return probe->clientsOfClass("XLogo").size() == 1; }));
+    Rect recorded = *probe->frame(probe->clientsOfClass("XLogo").front());
+    ASSERT_NO_FATAL_FAILURE(startServices(true));
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    ASSERT_NO_FATAL_FAILURE(findItem());
+    choose("Save snapshot now");
+    ASSERT_TRUE(eventually([&] { return snapshotFiles().size() == 1; }));
+    // A second snapshot, a second later, with the logo elsewhere.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    probe->configure(probe->clientsOfClass("XLogo").front(), 700, 500, 300, 200);
+    ASSERT_TRUE(eventually([&] { return probe->frame(probe->clientsOfClass("XLogo").front())->x != recorded.x; }));
+    choose("Save snapshot now");
+    ASSERT_TRUE(eventually([&] { return snapshotFiles().size() == 2; }));
+    display->quit(logo);
+    ASSERT_TRUE(eventually([&] { return probe->clientsOfClass("XLogo").empty(); }));
+
+    const std::vector<Item> menu = openMenu();
+    const Item* other = find(menu, "Restore other snapshot");
+    ASSERT_TRUE(other);
+    ASSERT_EQ(other->children.size(), 2u);
+    EXPECT_THAT(other->children[1].label, ::testing::EndsWith(" (manual) \u2014 1 apps \u00B7 1 windows"));
+    choose("Restore other snapshot", 1);  // the older one: the logo where it was first
+
+    ASSERT_TRUE(eventually([&] { return !logLinesWith("restore:").empty(); }, 30.0)) << readText(logFile());
+    EXPECT_THAT(logLinesWith("restore:"), ElementsAre("restore: launched 1, windows 1, tabs 0, problems []"));
+    EXPECT_TRUE(eventually([&] {
+        auto logos = probe->clientsOfClass("XLogo");
+        auto frame = logos.size() == 1 ? probe->frame(logos.front()) : std::nullopt;
+        return frame && std::abs(frame->x - recorded.x) <= 2 && std::abs(frame->y - recorded.y) <= 2 &&
+               std::abs(frame->w - recorded.w) <= 2 && std::abs(frame->h - recorded.h) <= 2;
+    })) << "the logo back where the older snapshot had it";
+    // The report: an alert of the application's own, answered with Return.
+    ASSERT_TRUE(eventually([&] { return alerts().size() == 1; })) << "no report alert";
+    if (const char* shots = std::getenv("TARNWICK_SCREENSHOT_DIR")) {
+        Program import(programPath("import"), {"-window", "root", std::string(shots) + "/report-alert.png"});
+        EXPECT_EQ(import.exited(20.0), 0);
+    }
+    press("Return");
+    EXPECT_TRUE(eventually([&] { return alerts().empty(); })) << "the alert did not close";
+}
+
+TEST_F(TrayTest, PowerOffIsHeldBackUntilTheShutdownSnapshotIsStored) {
+    ASSERT_NO_FATAL_FAILURE(startServices(false));
+    display->start("xlogo", {"-geometry", "200x150+300+200"});
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    auto inhibit = services->lineStartingWith("inhibit ");
+    ASSERT_TRUE(inhibit) << "no inhibitor taken at launch";
+    EXPECT_EQ(*inhibit, "inhibit shutdown Tarnwick delay (Saving the session before power-off)");
+
+    services->tell("shutdown");
+    auto released = services->lineStartingWith("released ", 15.0);
+    // The file is looked at the moment the lock is let go.
+    auto files = snapshotFiles();
+    ASSERT_TRUE(released) << "the inhibitor was never let go";
+    EXPECT_LT(std::stol(released->substr(9)), 10000) << "held within the ten seconds";
+    ASSERT_EQ(files.size(), 1u) << "the snapshot is on disk before the lock goes";
+    auto snapshot = decodeSnapshot(readText(files.front()));
+    ASSERT_TRUE(snapshot);
+    EXPECT_EQ(snapshot->reason, "shutdown");
+    EXPECT_EQ(logLinesWith("save (shutdown)").size(), 1u);
+
+    // Called off: the next shutdown is held back again.
+    services->tell("cancel");
+    EXPECT_TRUE(services->lineStartingWith("inhibit shutdown Tarnwick delay")) << "no new inhibitor after a cancel";
+}
+
+TEST_F(TrayTest, TheFirstLaunchRegistersTheAutostartEntryAndOpenAtLoginTogglesIt) {
+    ASSERT_NO_FATAL_FAILURE(startServices(true));
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(autostart()); }));
+    auto lines = fileLines(autostart());
+    EXPECT_THAT(lines, ::testing::Contains("Exec=\"" + std::string(TARNWICK_PATH) + "\""));
+    EXPECT_THAT(lines, ::testing::Contains("Type=Application"));
+    ASSERT_NO_FATAL_FAILURE(findItem());
+
+    choose("Open at login");
+    EXPECT_TRUE(eventually([&] { return !std::filesystem::exists(autostart()); }));
+    EXPECT_TRUE(eventually([&] { return rows(openMenu()).at(6) == "Open at login"; }));
+    choose("Open at login");
+    EXPECT_TRUE(eventually([&] { return std::filesystem::exists(autostart()); }));
+    EXPECT_TRUE(eventually([&] { return rows(openMenu()).at(6) == "Open at login (on)"; }));
+
+    // An entry the user removed stays removed at the next start.
+    choose("Open at login");
+    ASSERT_TRUE(eventually([&] { return !std::filesystem::exists(autostart()); }));
+    choose("Quit Tarnwick");
+    ASSERT_EQ(app->exited(10.0), 0);
+    app.reset();
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_FALSE(std::filesystem::exists(autostart()));
+}
+
+// A panel with nothing but an XEmbed system tray across the top of the screen.
+class XEmbedTrayTest : public TrayTest {
+protected:
+    void SetUp() override {
+        TrayTest::SetUp();
+        auto rc = dir.path() / "tint2rc";
+        writeText(rc,
+                  "panel_items = S\npanel_position = top left horizontal\npanel_size = 100% 32\n"
+                  "systray_padding = 4 4 4\nsystray_icon_size = 24\nbackground_color = #303030 100\n");
+        tint2.emplace(programPath("tint2"), std::vector<std::string>{"-c", rc.string()});
+    }
+    void TearDown() override {
+        tint2.reset();
+        TrayTest::TearDown();
+    }
+    std::optional<Program> tint2;
+};
+
+TEST_F(XEmbedTrayTest, TheIconSitsInTheTrayAndAClickOpensTheMenu) {
+    ASSERT_NO_FATAL_FAILURE(startServices(false));
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    std::optional<Rect> icon;
+    ASSERT_TRUE(eventually([&] {
+        for (std::uint32_t window : probe->windowsOfClass("Tarnwick")) {
+            auto at = probe->onScreen(window);
+            // Embedded: shown inside the panel at the top, at tray icon size.
+            if (probe->viewable(window) && at && at->y < 32 && at->w <= 32 && at->h <= 32) icon = at;
+        }
+        return icon.has_value();
+    }, 20.0)) << "no icon in the tray";
+
+    Program click(programPath("xdotool"), {"mousemove", std::to_string(icon->x + icon->w / 2),
+                                           std::to_string(icon->y + icon->h / 2), "click", "1"});
+    EXPECT_EQ(click.exited(10.0), 0);
+    std::uint32_t menu = 0;
+    ASSERT_TRUE(eventually([&] {
+        for (std::uint32_t window : probe->popUps())
+            if (probe->wmClass(window) == "Tarnwick") menu = window;
+        return menu != 0;
+    })) << "the click opened no menu";
+    auto shown = probe->onScreen(menu);
+    ASSERT_TRUE(shown);
+    EXPECT_GT(shown->h, 150) << "a menu of nine items";
+    if (const char* shots = std::getenv("TARNWICK_SCREENSHOT_DIR")) {
+        Program import(programPath("import"), {"-window", "root", std::string(shots) + "/tray-menu.png"});
+        EXPECT_EQ(import.exited(20.0), 0);
+    }
+    press("Escape");
+    EXPECT_TRUE(eventually([&] { return !probe->viewable(menu); })) << "Escape did not close the menu";
+}
+
+}  // namespace
+}  // namespace tarnwick::testing
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    // Qt's D-Bus needs an application object; this one runs no event loop.
+    QCoreApplication application(argc, argv);
+    return RUN_ALL_TESTS();
+}
