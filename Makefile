@@ -3,12 +3,15 @@
 
 .PHONY: run test bench deps clean
 
-# On a Mac: builds, signs and opens Tarnwick.app. Elsewhere: prints the live session.
+# On a Mac: builds, signs and opens Tarnwick.app. On a Linux desktop: builds
+# and starts the tray application. Without any desktop: a walk-through on a
+# private virtual desktop (tools/linux-walkthrough).
 run: deps
 	cmake --preset default
 	cmake --build --preset default --target tarnwick
 	if [ "$$(uname -s)" = Darwin ]; then open build/default/src/Tarnwick.app; \
-	else ./build/default/src/tarnwick --capture; fi
+	elif [ -n "$${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1; then ./build/default/src/tarnwick; \
+	else sh tools/linux-walkthrough build/default; fi
 
 test: deps
 	cmake --preset default
