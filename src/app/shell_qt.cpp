@@ -6,6 +6,7 @@
 
 #include "app/app_delegate.h"
 #include "app/texts.h"
+#include "store/data_folder.h"
 #include "store/log.h"
 
 #include <QApplication>
@@ -44,12 +45,8 @@ namespace {
 
 QString qText(const std::string& text) { return QString::fromStdString(text); }
 
-// $XDG_CONFIG_HOME, or ~/.config: where settings and autostart entries live.
-std::filesystem::path configHome() {
-    if (const char* config = std::getenv("XDG_CONFIG_HOME"); config && *config == '/') return config;
-    const char* home = std::getenv("HOME");
-    return std::filesystem::path(home && *home == '/' ? home : "/") / ".config";
-}
+// Where settings and autostart entries live.
+std::filesystem::path configHome() { return configLocation().value_or("/"); }
 
 // The program as a desktop entry's Exec names it: quoted, with the characters
 // that quoting reserves escaped.

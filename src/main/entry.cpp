@@ -1,5 +1,6 @@
-// The process entry: choosing the mode, "--capture" and "--restore FILE".
+// The process entry: choosing the mode, "--capture", "--restore" and the steps around the desktop.
 #include "main/entry.h"
+#include "main/modes.h"
 
 #include "access/axo.h"
 #include "model/snapshot_json.h"
@@ -7,6 +8,7 @@
 #include "session/restore.h"
 #include "store/unique_fd.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -16,14 +18,6 @@
 namespace tarnwick::Entry {
 
 namespace {
-
-// The one-shot modes end the process abnormally on bad input: a script that
-// runs us must not mistake a failure for an empty result.
-[[noreturn]] void fatal(const std::string& message) {
-    std::fprintf(stderr, "tarnwick: %s\n", message.c_str());
-    std::fflush(stderr);
-    std::abort();
-}
 
 // The whole file, or nothing with the errno value that says why in `error`.
 std::optional<std::string> readFile(const std::string& path, int& error) {
@@ -45,13 +39,19 @@ std::optional<std::string> readFile(const std::string& path, int& error) {
     }
 }
 
+}  // namespace
+
+void fatal(const std::string& message) {
+    std::fprintf(stderr, "tarnwick: %s\n", message.c_str());
+    std::fflush(stderr);
+    std::abort();
+}
+
 void printLine(std::FILE* out, const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), out);
     std::fputc('\n', out);
     std::fflush(out);
 }
-
-}  // namespace
 
 Choice choose(const std::vector<std::string>& arguments) {
     for (const std::string& argument : arguments)
@@ -62,7 +62,32 @@ Choice choose(const std::vector<std::string>& arguments) {
             if (i + 1 < arguments.size()) return Choice{Mode::restore, arguments[i + 1]};
             break;
         }
+    // A word after "--save" or "--diff" is its reason or snapshot, unless it is another option.
+    auto word = [&](size_t i) -> std::string {
+        if (i + 1 < arguments.size() && arguments[i + 1].rfind("--", 0) != 0) return arguments[i + 1];
+        return {};
+    };
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& argument = arguments[i];
+        if (argument == "--help" || argument == "-h") return Choice{Mode::help, {}};
+        if (argument == "--version") return Choice{Mode::version, {}};
+        if (argument == "--list") {
+            Choice choice{Mode::list, {}};
+            choice.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+            return choice;
+        }
+        if (argument == "--save") {
+            Choice choice{Mode::save, {}};
+            if (auto reason = word(i); !reason.empty()) choice.reason = reason;
+            return choice;
+        }
+        if (argument == "--diff") return Choice{Mode::diff, word(i)};
+    }
     return Choice{Mode::application, {}};
+}
+
+bool needsDesktop(Mode mode) {
+    return mode != Mode::help && mode != Mode::version && mode != Mode::list;
 }
 
 int captureMode(std::FILE* out, std::FILE* err) {
@@ -79,29 +104,63 @@ int captureMode(std::FILE* out, std::FILE* err) {
     return 0;
 }
 
-int restoreMode(const std::string& path, std::FILE* out) {
+std::optional<Snapshot> readSnapshotFile(const std::string& path) {
     int error = 0;
     auto text = readFile(path, error);
     if (!text) fatal("cannot read " + path + ": " + std::strerror(error));
     std::string reason;
     auto snapshot = decodeSnapshot(*text, &reason);
     if (!snapshot) fatal(path + " is not a snapshot: " + reason);
+    return snapshot;
+}
 
-    Restore::Result result = Restore::run(*snapshot, [out](const std::string& line) { printLine(out, line); });
+int restoreMode(const Snapshot& snapshot, std::FILE* out) {
+    Restore::Result result = Restore::run(snapshot, [out](const std::string& line) { printLine(out, line); });
     printLine(out, "launched " + std::to_string(result.launched) + ", windows " + std::to_string(result.windows) +
                        ", tabs " + std::to_string(result.tabs));
     for (const std::string& problem : result.problems) printLine(out, "problem: " + problem);
     return 0;
 }
 
-std::optional<int> runOneShot(const std::vector<std::string>& arguments) {
-    Choice choice = choose(arguments);
+std::optional<int> beforeDesktop(const Choice& choice, std::optional<Snapshot>& target) {
     switch (choice.mode) {
-        case Mode::capture: return captureMode(stdout, stderr);
-        case Mode::restore: return restoreMode(choice.path, stdout);
+        case Mode::help: return helpMode(stdout);
+        case Mode::version: return versionMode(stdout);
+        case Mode::list: return listMode(choice.json, stdout, stderr);
+        case Mode::restore:
+        case Mode::diff: {
+            std::string why;
+            target = namedSnapshot(choice.path, why);
+            if (target) return std::nullopt;
+            printLine(stderr, "tarnwick: " + why);
+            return 1;
+        }
+        case Mode::capture:
+        case Mode::save:
         case Mode::application: return std::nullopt;
     }
     return std::nullopt;
+}
+
+std::optional<int> onDesktop(const Choice& choice, const std::optional<Snapshot>& target) {
+    switch (choice.mode) {
+        case Mode::capture: return captureMode(stdout, stderr);
+        case Mode::restore: return restoreMode(*target, stdout);
+        case Mode::save: return saveMode(choice.reason, stdout);
+        case Mode::diff: return diffMode(*target, stdout);
+        case Mode::help:
+        case Mode::version:
+        case Mode::list:
+        case Mode::application: return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+std::optional<int> runOneShot(const std::vector<std::string>& arguments) {
+    Choice choice = choose(arguments);
+    std::optional<Snapshot> target;
+    if (auto status = beforeDesktop(choice, target)) return status;
+    return onDesktop(choice, target);
 }
 
 }  // namespace tarnwick::Entry

@@ -1,5 +1,7 @@
-// The process entry's choice of mode, and the two one-shot modes.
+// The process entry's choice of mode, and the one-shot modes.
 #pragma once
+
+#include "model/snapshot.h"
 
 #include <cstdio>
 #include <optional>
@@ -10,32 +12,56 @@ namespace tarnwick::Entry {
 
 enum class Mode {
     capture,      // print the session as JSON and exit
-    restore,      // put a snapshot file back and exit
-    application,  // the menu-bar application
+    restore,      // put a snapshot back and exit
+    application,  // the menu-bar (or tray) application
+    help,         // how to use the program
+    version,      // the program's version
+    list,         // the stored snapshots
+    save,         // capture into the store, as the application's save does
+    diff,         // what a restore would change, without changing it
 };
 
 struct Choice {
     Mode mode = Mode::application;
-    std::string path;  // the snapshot file of the restore mode
+    // restore: a snapshot file, or "latest", "before-boot" or a position in
+    // the list; diff: the same, empty for the newest.
+    std::string path;
+    std::string reason = "cli";  // save
+    bool json = false;           // list: a machine-readable form
 };
 
 // Reads the process arguments, the program's own path first. "--capture"
 // anywhere wins; otherwise the first "--restore" that has an argument after it
-// names the file; everything else starts the application.
+// names the snapshot; otherwise the first of "--help" ("-h"), "--version",
+// "--list" (with "--json" anywhere), "--save [REASON]" and "--diff [SNAPSHOT]";
+// everything else starts the application.
 Choice choose(const std::vector<std::string>& arguments);
 
+// Whether the mode works on the desktop (and so needs one).
+bool needsDesktop(Mode mode);
+
 // Prints the session as pretty JSON on `out` and "<summary>; accessibility on|off"
-// on `err`. Returns the exit status, 0; an encoding failure stops the process.
+// (or "; window manager: NAME" where windows have one) on `err`. Returns 0; an
+// encoding failure stops the process.
 int captureMode(std::FILE* out, std::FILE* err);
 
-// Restores the snapshot file on this thread, printing progress, the counts and
-// the problems on `out`. Returns the exit status, 0, also when there were
-// problems; a file that cannot be read or is not a snapshot stops the process
-// with a diagnostic on standard error.
-int restoreMode(const std::string& path, std::FILE* out);
+// Restores the snapshot on this thread, printing progress, the counts and the
+// problems on `out`. Returns 0, also when there were problems.
+int restoreMode(const Snapshot& snapshot, std::FILE* out);
 
-// Runs the one-shot mode the arguments ask for and returns its exit status;
-// nothing when the application is to start. The desktop backend must be installed.
+// What the modes that need no desktop can do before one is opened: runs help,
+// version and list, and reads the snapshot a restore or a diff names into
+// `target`. The exit status when the process ends here: the mode ran, or the
+// snapshot named is not in the store (status 1). A file that cannot be read or
+// is not a snapshot stops the process with a diagnostic on standard error.
+std::optional<int> beforeDesktop(const Choice& choice, std::optional<Snapshot>& target);
+
+// Runs a one-shot mode that works on the desktop, with the snapshot read by
+// `beforeDesktop`; nothing when the application is to start. The desktop
+// backend must be installed.
+std::optional<int> onDesktop(const Choice& choice, const std::optional<Snapshot>& target);
+
+// Both, for a process whose desktop is installed from the start.
 std::optional<int> runOneShot(const std::vector<std::string>& arguments);
 
 }  // namespace tarnwick::Entry

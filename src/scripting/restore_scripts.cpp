@@ -25,11 +25,29 @@ std::vector<std::string> nonEmpty(const std::vector<std::string>& items) {
 // The command a new shell runs: go to the directory, then clear the screen.
 std::string terminalCommand(const std::string& directory) { return asq("cd " + shq(directory) + " && clear"); }
 
+thread_local DryRun* dryRun = nullptr;
+
 bool run(const std::optional<std::string>& script, double timeout) {
     return !script || runAppleScript(*script, timeout).has_value();
 }
 
+// Runs the script, or under a dry run tells what it would open and answers as if it had.
+bool open(const std::optional<std::string>& script, double timeout, const std::string& what) {
+    if (dryRun != nullptr) {
+        if (script) (*dryRun)(what);
+        return true;
+    }
+    return run(script, timeout);
+}
+
+std::string itemCount(const ScriptedWindow& window) {
+    return std::to_string(window.items.size()) + " tabs";
+}
+
 }  // namespace
+
+DryRunScope::DryRunScope(DryRun observer) : observer_(std::move(observer)), previous_(dryRun) { dryRun = &observer_; }
+DryRunScope::~DryRunScope() { dryRun = previous_; }
 
 std::optional<std::string> restoreChromiumScript(const std::string& bundleID, const ScriptedWindow& window) {
     auto urls = nonEmpty(window.items);
@@ -100,22 +118,30 @@ end tell)";
 }
 
 bool restoreChromium(const std::string& bundleID, const ScriptedWindow& window) {
-    return run(restoreChromiumScript(bundleID, window), 60);
+    return open(restoreChromiumScript(bundleID, window), 60, "a window with " + itemCount(window));
 }
 
-bool restoreSafari(const ScriptedWindow& window) { return run(restoreSafariScript(window), 60); }
+bool restoreSafari(const ScriptedWindow& window) {
+    return open(restoreSafariScript(window), 60, "a window with " + itemCount(window));
+}
 
-bool restoreFinder(const ScriptedWindow& window) { return run(restoreFinderScript(window), 20); }
+bool restoreFinder(const ScriptedWindow& window) {
+    return open(restoreFinderScript(window), 20, "a window of " + (window.items.empty() ? "" : window.items.front()));
+}
 
 bool restoreTerminal(const ScriptedWindow& window, bool reuseFrontWindow) {
-    return run(restoreTerminalScript(window, reuseFrontWindow), 20);
+    std::string where = window.items.empty() ? "" : " in " + window.items.front();
+    return open(restoreTerminalScript(window, reuseFrontWindow), 20, "a window" + where);
 }
 
 bool restoreITerm(const ScriptedWindow& window) {
-    return run(restoreITermScript(window, platform().homeDirectory()), 30);
+    return open(restoreITermScript(window, platform().homeDirectory()), 30,
+                "a window with " + std::to_string(window.items.size()) + " sessions");
 }
 
 void closeBlankBrowserWindows(AppKind kind, const std::string& bundleID) {
+    // Closing windows that hold nothing is no change worth telling of.
+    if (dryRun != nullptr) return;
     runAppleScript(closeBlankBrowserWindowsScript(kind, bundleID), 20);
 }
 

@@ -3,6 +3,7 @@
 
 #include "model/snapshot.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -18,6 +19,24 @@ bool restoreITerm(const ScriptedWindow& window);                                
 
 // Closes the browser's windows that hold one tab showing nothing worth keeping.
 void closeBlankBrowserWindows(AppKind kind, const std::string& bundleID);
+
+// Told what a window-opening script would open ("a window with 3 tabs").
+using DryRun = std::function<void(const std::string& what)>;
+
+// While one lives, on its thread, the functions above run nothing: each that
+// would open a window tells the observer and answers as if it had, and no
+// blank window is closed. For showing what a restore would do.
+class DryRunScope {
+public:
+    explicit DryRunScope(DryRun observer);
+    ~DryRunScope();
+    DryRunScope(const DryRunScope&) = delete;
+    DryRunScope& operator=(const DryRunScope&) = delete;
+
+private:
+    DryRun observer_;
+    DryRun* previous_;
+};
 
 // The script texts; nothing when there is nothing to do.
 std::optional<std::string> restoreChromiumScript(const std::string& bundleID, const ScriptedWindow& window);

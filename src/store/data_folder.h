@@ -23,6 +23,8 @@ std::optional<std::filesystem::path> snapshotFolderLocation();
 #if !defined(__APPLE__)
 // The user's home: $HOME when it is absolute, else the password database's.
 std::optional<std::filesystem::path> homeLocation();
+// Where settings and autostart entries go: $XDG_CONFIG_HOME, else ~/.config.
+std::optional<std::filesystem::path> configLocation();
 #endif
 std::optional<std::filesystem::path> logFileLocation();
 

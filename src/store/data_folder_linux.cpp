@@ -29,6 +29,8 @@ std::optional<std::filesystem::path> xdg(const char* variable, const char* fallb
 
 }  // namespace
 
+std::optional<std::filesystem::path> configLocation() { return xdg("XDG_CONFIG_HOME", ".config"); }
+
 std::optional<std::filesystem::path> snapshotFolderLocation() {
     auto base = xdg("XDG_DATA_HOME", ".local/share");
     if (!base) return std::nullopt;

@@ -1,82 +1,15 @@
 // The command-line modes, run as real processes: tarnwick-sim on a simulated
 // desktop described through its environment, and the product binary itself.
+#include "main/run_program.h"
 #include "model/snapshot_json.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstring>
-#include <cstdlib>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-extern char** environ;
 
 namespace tarnwick::testing {
 namespace {
-
-struct Finished {
-    int status = 0;
-    std::string out;
-    std::string err;
-
-    bool exitedWith(int code) const { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
-    bool stoppedAbnormally() const { return WIFSIGNALED(status); }
-};
-
-std::string drain(int fd) {
-    std::string text;
-    char buffer[65536];
-    for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) != 0;) {
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) break;
-        text.append(buffer, static_cast<size_t>(n));
-    }
-    ::close(fd);
-    return text;
-}
-
-// Runs the program with the arguments in our environment plus `extra`, and
-// collects both outputs. Standard error only ever holds a line or two, so it
-// is read after standard output without risk of a full pipe.
-Finished run(const std::string& program, const std::vector<std::string>& arguments,
-             const std::vector<std::string>& extra = {}) {
-    int out[2], err[2];
-    if (::pipe(out) != 0 || ::pipe(err) != 0) std::abort();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
-    posix_spawn_file_actions_addclose(&actions, out[0]);
-    posix_spawn_file_actions_addclose(&actions, err[0]);
-    std::vector<std::string> args{program};
-    args.insert(args.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    std::vector<std::string> env(extra);
-    for (char** entry = environ; *entry; ++entry) env.emplace_back(*entry);
-    std::vector<char*> envp;
-    for (auto& entry : env) envp.push_back(entry.data());
-    envp.push_back(nullptr);
-    pid_t pid = 0;
-    int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(out[1]);
-    ::close(err[1]);
-    Finished finished;
-    finished.out = drain(out[0]);
-    finished.err = drain(err[0]);
-    if (spawned != 0) {
-        ADD_FAILURE() << "cannot start " << program << ": " << std::strerror(spawned);
-        return finished;
-    }
-    while (::waitpid(pid, &finished.status, 0) < 0 && errno == EINTR) {
-    }
-    return finished;
-}
 
 // A small session: an editor with two windows (one minimized), a browser with
 // three tabs in two windows, Finder with one folder, Terminal with one window.
@@ -289,14 +222,29 @@ TEST_F(CliTest, TheProductWithoutAnXDisplaySaysSoInOneLineAndDoesNotCapture) {
         {"DISPLAY=", "tarnwick: no X display: DISPLAY is not set; capture and restore need an X11 desktop\n"},
         {"DISPLAY=:987", "tarnwick: cannot open the X display :987; capture and restore need an X11 desktop\n"},
     };
+    // A snapshot that reads well: what is missing then is the display.
+    std::string snapshot = file("x.json", encodeSnapshot(Snapshot{}).value());
+    const std::vector<std::vector<std::string>> modes{{"--capture"}, {"--restore", snapshot}, {"--save"}, {"--diff", snapshot}};
     for (const Case& c : cases)
-        for (const char* mode : {"--capture", "--restore"}) {
-            Finished finished = run(TARNWICK_PATH, {mode, "x.json"}, {"HOME=" + dir.path().string(), c.display});
-            EXPECT_TRUE(finished.exitedWith(2)) << mode << " " << c.display;
+        for (const auto& mode : modes) {
+            Finished finished = run(TARNWICK_PATH, mode, {"HOME=" + dir.path().string(), c.display});
+            EXPECT_TRUE(finished.exitedWith(2)) << mode[0] << " " << c.display;
             EXPECT_EQ(finished.out, "");
             EXPECT_EQ(finished.err, c.line);
         }
-    EXPECT_TRUE(fileNames(dir.path()).empty());
+    EXPECT_EQ(fileNames(dir.path()), std::vector<std::string>{"x.json"}) << "nothing captured, nothing saved";
+}
+
+TEST_F(CliTest, AMissingFileIsReportedAsSuchWhateverTheDisplay) {
+    for (const char* display : {"DISPLAY=", "DISPLAY=:987"})
+        for (const char* mode : {"--restore", "--diff"}) {
+            Finished finished =
+                run(TARNWICK_PATH, {mode, (dir.path() / "x.json").string()}, {"HOME=" + dir.path().string(), display});
+            EXPECT_TRUE(finished.stoppedAbnormally()) << mode << " " << display;
+            EXPECT_EQ(finished.out, "");
+            EXPECT_EQ(finished.err, "tarnwick: cannot read " + (dir.path() / "x.json").string() +
+                                        ": No such file or directory\n");
+        }
 }
 #endif
 

@@ -45,5 +45,37 @@ TEST(EntryChoose, ArgumentsMustMatchExactly) {
               Mode::application);
 }
 
+TEST(EntryChoose, TheStoresModesComeAfterCaptureAndRestore) {
+    EXPECT_EQ(choose({"tarnwick", "--help"}).mode, Mode::help);
+    EXPECT_EQ(choose({"tarnwick", "-h"}).mode, Mode::help);
+    EXPECT_EQ(choose({"tarnwick", "--version"}).mode, Mode::version);
+    EXPECT_EQ(choose({"tarnwick", "--help", "--capture"}).mode, Mode::capture);
+    EXPECT_EQ(choose({"tarnwick", "--list", "--restore", "a.json"}).mode, Mode::restore);
+    // The first of them decides.
+    EXPECT_EQ(choose({"tarnwick", "--version", "--help"}).mode, Mode::version);
+}
+
+TEST(EntryChoose, ListSaveAndDiffTakeWhatFollowsThem) {
+    auto list = choose({"tarnwick", "--json", "--list"});
+    EXPECT_EQ(list.mode, Mode::list);
+    EXPECT_TRUE(list.json);
+    EXPECT_FALSE(choose({"tarnwick", "--list"}).json);
+
+    EXPECT_EQ(choose({"tarnwick", "--save"}).reason, "cli");
+    EXPECT_EQ(choose({"tarnwick", "--save", "logout"}).reason, "logout");
+    EXPECT_EQ(choose({"tarnwick", "--save", "--json"}).reason, "cli") << "an option is not a reason";
+
+    auto diff = choose({"tarnwick", "--diff"});
+    EXPECT_EQ(diff.mode, Mode::diff);
+    EXPECT_EQ(diff.path, "");
+    EXPECT_EQ(choose({"tarnwick", "--diff", "before-boot"}).path, "before-boot");
+}
+
+TEST(EntryChoose, OnlyTheModesThatWorkOnTheDesktopNeedOne) {
+    for (Mode mode : {Mode::help, Mode::version, Mode::list}) EXPECT_FALSE(Entry::needsDesktop(mode));
+    for (Mode mode : {Mode::capture, Mode::restore, Mode::save, Mode::diff, Mode::application})
+        EXPECT_TRUE(Entry::needsDesktop(mode));
+}
+
 }  // namespace
 }  // namespace tarnwick

@@ -1,6 +1,8 @@
 // A simulated desktop built from its JSON description.
 #include "support/sim_desktop_json.h"
 
+#include "model/iso_date.h"
+
 #include <simdjson.h>
 
 #include <functional>
@@ -192,12 +194,14 @@ bool loadDesktop(SimDesktop& desktop, std::string_view json, std::string& error)
     std::vector<Reader::Described> apps;
     std::vector<std::string> files;
     std::optional<std::string> frontmost;
+    std::optional<std::string> date;
     bool ok = reader.fields(
         root, "desktop",
         {{"home", [&](element v, const std::string& w) { return reader.text(v, w, desktop.home); }},
          {"trusted", [&](element v, const std::string& w) { return reader.flag(v, w, desktop.trusted); }},
          {"ownBundleID", [&](element v, const std::string& w) { return reader.text(v, w, desktop.ownBundleID); }},
          {"frontmost", [&](element v, const std::string& w) { return reader.text(v, w, frontmost); }},
+         {"date", [&](element v, const std::string& w) { return reader.text(v, w, date); }},
          {"files", [&](element v, const std::string& w) { return reader.texts(v, w, files); }},
          {"apps", [&](element v, const std::string& w) {
               return reader.each(v, w, [&](element item, const std::string& at) {
@@ -208,6 +212,16 @@ bool loadDesktop(SimDesktop& desktop, std::string_view json, std::string& error)
               });
           }}});
     if (!ok) return false;
+    if (date) {
+        auto start = *date == "now" ? std::optional<Date>(std::chrono::floor<std::chrono::seconds>(
+                                          std::chrono::system_clock::now()))
+                                    : isoDateFrom(*date);
+        if (!start) {
+            error = "desktop.date is neither \"now\" nor an ISO 8601 date";
+            return false;
+        }
+        desktop.startDate = *start;
+    }
 
     for (const std::string& file : files) desktop.addFile(file);
     for (const Reader::Described& described : apps) {

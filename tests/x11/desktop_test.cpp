@@ -652,6 +652,31 @@ TEST_F(GtkSessionTest, RunningGtkProgramsGoBackWithoutASecondCopy) {
         EXPECT_EQ(processesNamed(program).size(), 1u) << program;
 }
 
+TEST_F(DesktopTest, DiffNamesTheQuitProgramAndTheMovedWindowAndChangesNothing) {
+    entry("xlogo", "Logo", "xlogo");
+    ASSERT_NO_FATAL_FAILURE(arrange());
+    auto file = captureToFile(4, 4);
+    display->quit(pids[0]);  // the logo
+    std::uint32_t eyes = probe->clientsOfClass("XEyes").front();
+    Seen before = seenByClass({"XEyes"})["XEyes"].front();
+    probe->configure(eyes, 1000, 520, 160, 110);
+    ASSERT_TRUE(eventually([&] {
+        return probe->clientsOfClass("XLogo").empty() &&
+               seenByClass({"XEyes"})["XEyes"].front().frame.x == before.frame.x + 100;
+    })) << "the logo did not quit or the eyes did not move";
+
+    Finished diff = tarnwick({"--diff", file.string()});
+    ASSERT_TRUE(diff.succeeded()) << diff.err;
+    EXPECT_NE(diff.out.find("\n  launch: Logo\n"), std::string::npos) << diff.out;
+    EXPECT_NE(diff.out.find("  move: XEyes \"xeyes\" from "), std::string::npos) << diff.out;
+    EXPECT_NE(diff.out.find(" (100 px)\n"), std::string::npos) << diff.out;
+    EXPECT_EQ(diff.out.find("cannot:"), std::string::npos) << diff.out;
+    // Nothing was done.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_TRUE(probe->clientsOfClass("XLogo").empty());
+    EXPECT_EQ(seenByClass({"XEyes"})["XEyes"].front().frame.x, before.frame.x + 100);
+}
+
 TEST_F(DesktopTest, AWindowThatIsFullScreenNowStaysSoAndKeepsItsOwnFrameForLater) {
     entry("xeyes", "Eyes", "xeyes");
     ASSERT_NO_FATAL_FAILURE(arrange());

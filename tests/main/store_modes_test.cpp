@@ -1,0 +1,258 @@
+// The command line's modes around the store, run as real processes: help and
+// version from the product without a display, and list, save, restore by name
+// and diff through tarnwick-sim on a simulated desktop, with a store of their own.
+#include "main/run_program.h"
+#include "model/snapshot_json.h"
+#include "store/store.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace tarnwick::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+// An editor with one window, a browser with one window of two tabs; the clock
+// starts now, so snapshots count as taken after the boot.
+const char* const kDesktop = R"({
+  "date": "now",
+  "home": "/Users/tester",
+  "apps": [
+    {"bundleID": "com.example.Editor", "bundlePath": "/Applications/Editor.app", "name": "Editor",
+     "running": true, "windows": [{"title": "Draft", "frame": [0, 25, 800, 600]}]},
+    {"bundleID": "com.google.Chrome", "bundlePath": "/Applications/Google Chrome.app", "name": "Google Chrome",
+     "running": true,
+     "windows": [{"tabs": ["https://a.example/", "https://b.example/"], "frame": [0, 25, 1200, 800]}]},
+    {"bundleID": "com.example.Notes", "bundlePath": "/Applications/Notes.app", "name": "Notes",
+     "windowsOnLaunch": [{"title": "Notes"}]}
+  ]
+})";
+
+std::vector<std::string> lines(const std::string& text) {
+    std::vector<std::string> out;
+    for (size_t at = 0; at < text.size();) {
+        size_t end = text.find('\n', at);
+        if (end == std::string::npos) end = text.size();
+        out.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return out;
+}
+
+class StoreModesTest : public ::testing::Test {
+protected:
+    TempDir dir{"tarnwick-store-modes"};
+    std::filesystem::path snapshots() const { return dir.path() / "data" / "Tarnwick" / "snapshots"; }
+    std::filesystem::path logFile() const { return dir.path() / "state" / "Tarnwick" / "Tarnwick.log"; }
+
+    std::vector<std::string> environment(const std::string& description = kDesktop) const {
+        return {"TARNWICK_SIM_DESKTOP=" + description, "HOME=" + dir.path().string(),
+                "XDG_DATA_HOME=" + (dir.path() / "data").string(), "XDG_STATE_HOME=" + (dir.path() / "state").string(),
+                "XDG_CONFIG_HOME=" + (dir.path() / "config").string()};
+    }
+    Finished sim(const std::vector<std::string>& arguments, const std::string& description = kDesktop,
+                 const std::string& folder = "") {
+        return run(TARNWICK_SIM_PATH, arguments, environment(description), folder);
+    }
+    // A stored snapshot of the given age with one app, written as the store names it.
+    std::filesystem::path store(Snapshot snapshot) {
+        std::filesystem::create_directories(snapshots());
+        auto file = snapshots() / Store::fileName(snapshot.date);
+        writeText(file, encodeSnapshot(snapshot).value());
+        return file;
+    }
+    static Snapshot aged(std::chrono::hours age, const std::string& reason, const std::string& app) {
+        Snapshot snapshot;
+        snapshot.date = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) - age;
+        snapshot.reason = reason;
+        AppState state;
+        state.name = app;
+        state.bundlePath = "/Applications/" + app + ".app";
+        state.windows.push_back(WindowState{});
+        snapshot.apps.push_back(state);
+        return snapshot;
+    }
+};
+
+#if !defined(__APPLE__)
+TEST_F(StoreModesTest, HelpAndVersionNeedNoDisplay) {
+    for (const char* help : {"--help", "-h"}) {
+        Finished finished = run(TARNWICK_PATH, {help}, {"DISPLAY=", "HOME=" + dir.path().string(),
+                                                        "XDG_DATA_HOME=" + (dir.path() / "data").string(),
+                                                        "XDG_STATE_HOME=" + (dir.path() / "state").string(),
+                                                        "XDG_CONFIG_HOME=" + (dir.path() / "config").string()});
+        ASSERT_TRUE(finished.exitedWith(0)) << finished.err;
+        EXPECT_THAT(finished.out, StartsWith("Usage: tarnwick [MODE]\n"));
+        for (const char* mode : {"--capture", "--restore SNAPSHOT", "--diff [SNAPSHOT]", "--save [REASON]",
+                                 "--list [--json]", "--help, -h", "--version"})
+            EXPECT_THAT(finished.out, HasSubstr("\n  " + std::string(mode))) << mode;
+        EXPECT_THAT(finished.out, HasSubstr("  snapshots  " + snapshots().string() + "\n"));
+        EXPECT_THAT(finished.out, HasSubstr("  log        " + logFile().string() + "\n"));
+        EXPECT_THAT(finished.out,
+                    HasSubstr("  settings   " + (dir.path() / "config" / "Tarnwick" / "settings.ini").string() + "\n"));
+        EXPECT_THAT(finished.out, HasSubstr("Exit status: 0 when the mode ran"));
+        EXPECT_EQ(finished.err, "");
+    }
+    Finished version = run(TARNWICK_PATH, {"--version"}, {"DISPLAY="});
+    ASSERT_TRUE(version.exitedWith(0));
+    EXPECT_EQ(version.out, std::string("tarnwick ") + TARNWICK_VERSION + "\n");
+}
+
+TEST_F(StoreModesTest, ListingNeedsNoDisplayEither) {
+    Finished finished = run(TARNWICK_PATH, {"--list"}, {"DISPLAY=", "XDG_DATA_HOME=" + (dir.path() / "data").string()});
+    ASSERT_TRUE(finished.exitedWith(0)) << finished.err;
+    EXPECT_EQ(finished.out, "No snapshots yet in " + snapshots().string() + "\n");
+}
+#endif
+
+TEST_F(StoreModesTest, AnEmptyStoreListsNothingAsTextAndAsJson) {
+    Finished text = sim({"--list"});
+    ASSERT_TRUE(text.exitedWith(0)) << text.err;
+    EXPECT_EQ(text.out, "No snapshots yet in " + snapshots().string() + "\n");
+    Finished json = sim({"--list", "--json"});
+    ASSERT_TRUE(json.exitedWith(0));
+    EXPECT_EQ(json.out, "[]\n");
+}
+
+TEST_F(StoreModesTest, TheListIsNewestFirstMarksTheOneFromBeforeTheBootAndNamesWhatItCannotRead) {
+    Snapshot preBoot = aged(std::chrono::hours(24 * 400), "shutdown", "Mail");  // long before any boot
+    Snapshot older = aged(std::chrono::hours(2), "auto", "Editor");
+    Snapshot newer = aged(std::chrono::hours(1), "manual", "Notes");
+    for (const Snapshot& snapshot : {preBoot, older, newer}) store(snapshot);
+    writeText(snapshots() / "2020-01-01_00-00-00.json", "{ not a snapshot");
+    writeText(snapshots() / "notes.txt", "not even named like one");
+
+    Finished text = sim({"--list"});
+    ASSERT_TRUE(text.exitedWith(0)) << text.err;
+    auto shown = lines(text.out);
+    ASSERT_EQ(shown.size(), 3u) << text.out;
+    EXPECT_THAT(shown[0], StartsWith("  1  " + Store::fileName(newer.date) + "  "));
+    EXPECT_THAT(shown[0], HasSubstr("  manual    1 apps \u00B7 1 windows"));
+    EXPECT_THAT(shown[1], StartsWith("  2  " + Store::fileName(older.date) + "  "));
+    EXPECT_THAT(shown[2], StartsWith("  3  " + Store::fileName(preBoot.date) + "  "));
+    EXPECT_THAT(shown[2], ::testing::EndsWith("  shutdown  1 apps \u00B7 1 windows  (before restart)"));
+    EXPECT_EQ(text.err, "tarnwick: 2020-01-01_00-00-00.json is not a readable snapshot; left as it is\n");
+    EXPECT_TRUE(std::filesystem::exists(snapshots() / "2020-01-01_00-00-00.json")) << "never deleted";
+
+    Finished json = sim({"--list", "--json"});
+    ASSERT_TRUE(json.exitedWith(0));
+    auto rows = lines(json.out);
+    ASSERT_EQ(rows.size(), 5u) << json.out;
+    EXPECT_EQ(rows[0], "[");
+    EXPECT_THAT(rows[1], HasSubstr("{\"position\": 1, \"file\": \"" + (snapshots() / Store::fileName(newer.date)).string() +
+                                   "\", \"date\": \""));
+    EXPECT_THAT(rows[1], HasSubstr("\"reason\": \"manual\", \"summary\": \"1 apps \u00B7 1 windows\", \"apps\": 1, "
+                                   "\"windows\": 1, \"tabs\": 0, \"beforeBoot\": false},"));
+    EXPECT_THAT(rows[3], HasSubstr("\"beforeBoot\": true}"));
+    EXPECT_EQ(rows[4], "]");
+}
+
+TEST_F(StoreModesTest, SavingTwiceWithNothingChangedSkipsTheSecondAsTheApplicationDoes) {
+    Finished first = sim({"--save"});
+    ASSERT_TRUE(first.exitedWith(0)) << first.err;
+    auto said = lines(first.out);
+    ASSERT_EQ(said.size(), 2u) << first.out;
+    EXPECT_EQ(said[0], "save (cli): 2 apps \u00B7 2 windows \u00B7 2 tabs");
+    EXPECT_THAT(said[1], StartsWith("wrote " + snapshots().string() + "/"));
+    auto written = fileNames(snapshots());
+    ASSERT_EQ(written.size(), 1u);
+    auto snapshot = decodeSnapshot(readText(snapshots() / written[0]));
+    ASSERT_TRUE(snapshot);
+    EXPECT_EQ(snapshot->reason, "cli");
+
+    Finished second = sim({"--save", "hook"});
+    ASSERT_TRUE(second.exitedWith(0)) << second.err;
+    EXPECT_EQ(second.out, "save (hook): 2 apps \u00B7 2 windows \u00B7 2 tabs \u2014 unchanged, skipped\n");
+    EXPECT_EQ(fileNames(snapshots()).size(), 1u);
+
+    std::vector<std::string> logged;
+    for (const std::string& line : lines(readText(logFile())))
+        if (!line.empty()) logged.push_back(line.substr(line.find(' ') + 1));
+    EXPECT_THAT(logged, ElementsAre("save (cli): 2 apps \u00B7 2 windows \u00B7 2 tabs",
+                                    "save (hook): 2 apps \u00B7 2 windows \u00B7 2 tabs \u2014 unchanged, skipped"));
+}
+
+TEST_F(StoreModesTest, RestoreBeforeBootWithNoneSaysSoWithStatusOne) {
+    store(aged(std::chrono::hours(1), "auto", "Editor"));
+    Finished finished = sim({"--restore", "before-boot"});
+    EXPECT_TRUE(finished.exitedWith(1));
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.err, "tarnwick: no snapshot from before the last restart in " + snapshots().string() + "\n");
+
+    Finished none = sim({"--restore", "7"});
+    EXPECT_TRUE(none.exitedWith(1));
+    EXPECT_EQ(none.err, "tarnwick: no snapshot number 7; the store holds 1 (tarnwick --list shows them)\n");
+}
+
+TEST_F(StoreModesTest, RestoreByNameTakesTheStoresSnapshotUnlessAFileOfThatNameExists) {
+    Snapshot preBoot = aged(std::chrono::hours(24 * 400), "shutdown", "Notes");
+    preBoot.apps.front().bundleID = "com.example.Notes";
+    preBoot.apps.front().bundlePath = "/Applications/Notes.app";
+    store(preBoot);
+    Finished before = sim({"--restore", "before-boot"});
+    ASSERT_TRUE(before.exitedWith(0)) << before.err;
+    EXPECT_EQ(before.out, "Restoring 1/1: Notes\nlaunched 1, windows 1, tabs 0\n");
+
+    Finished latest = sim({"--restore", "latest"});
+    ASSERT_TRUE(latest.exitedWith(0)) << latest.err;
+    EXPECT_EQ(latest.out, "Restoring 1/1: Notes\nlaunched 1, windows 1, tabs 0\n");
+    Finished first = sim({"--restore", "1"});
+    EXPECT_EQ(first.out, latest.out);
+
+    // A file called "latest" in the working folder wins over the name.
+    Snapshot empty;
+    writeText(dir.path() / "latest", encodeSnapshot(empty).value());
+    Finished file = sim({"--restore", "latest"}, kDesktop, dir.path().string());
+    ASSERT_TRUE(file.exitedWith(0)) << file.err;
+    EXPECT_EQ(file.out, "launched 0, windows 0, tabs 0\n");
+}
+
+TEST_F(StoreModesTest, DiffTellsWhatARestoreWouldChangeAndChangesNothing) {
+    Finished captured = sim({"--capture"});
+    ASSERT_TRUE(captured.exitedWith(0)) << captured.err;
+    Snapshot snapshot = decodeSnapshot(captured.out).value();
+    // The editor's window was 100 px to the right, the browser had a second
+    // window with one tab that is closed now, and Notes ran then.
+    snapshot.apps[0].windows[0].frame->x += 100;
+    snapshot.apps[1].scripted.push_back(ScriptedWindow{Frame{40, 60, 1000, 700}, {"https://c.example/"}, 1});
+    AppState notes;
+    notes.name = "Notes";
+    notes.bundleID = "com.example.Notes";
+    notes.bundlePath = "/Applications/Notes.app";
+    notes.windows.push_back(WindowState{});
+    snapshot.apps.push_back(notes);
+    AppState gone;
+    gone.name = "Gone";
+    gone.bundlePath = "/Applications/Gone.app";
+    snapshot.apps.push_back(gone);
+    std::string path = (dir.path() / "then.json").string();
+    writeText(path, encodeSnapshot(snapshot).value());
+
+    Finished diff = sim({"--diff", path});
+    ASSERT_TRUE(diff.exitedWith(0)) << diff.err;
+    auto said = lines(diff.out);
+    ASSERT_GE(said.size(), 1u);
+    EXPECT_THAT(said[0], StartsWith("what restoring the snapshot of "));
+    EXPECT_THAT(said[0], ::testing::EndsWith(" (cli, 4 apps \u00B7 4 windows \u00B7 3 tabs) would do:"));
+    EXPECT_THAT(std::vector<std::string>(said.begin() + 1, said.end()),
+                ElementsAre("  reopen: Google Chrome: a window with 1 tabs", "  launch: Notes",
+                            "  move: Editor \"Draft\" from 0,25 to 100,25 (100 px)", "  cannot: Gone: app not found"));
+
+    // Nothing was done: the same diff again, and a restore still has it all to do.
+    Finished again = sim({"--diff", path});
+    EXPECT_EQ(again.out, diff.out);
+}
+
+TEST_F(StoreModesTest, DiffOfTheLiveSessionItselfHasNothingToDo) {
+    ASSERT_TRUE(sim({"--save"}).exitedWith(0));
+    Finished diff = sim({"--diff"});
+    ASSERT_TRUE(diff.exitedWith(0)) << diff.err;
+    EXPECT_THAT(lines(diff.out), ElementsAre(::testing::_, "  nothing: the live session already matches it"));
+}
+
+}  // namespace
+}  // namespace tarnwick::testing
