@@ -1,11 +1,12 @@
 // Stand-ins for the desktop services the tray application talks to, for its
 // end-to-end tests: logind on the system bus (a shutdown inhibitor and the
 // PrepareForShutdown announcement) and a StatusNotifierItem watcher on the
-// session bus. It says what happens on standard output, one line each, and
+// session bus, and a file manager's org.freedesktop.FileManager1 there. It
+// says what happens on standard output, one line each, and
 // takes orders on standard input: "shutdown" announces a power-off, "cancel"
 // calls it off.
 //
-//   tarnwick_fake_services [--logind] [--watcher]
+//   tarnwick_fake_services [--logind] [--watcher] [--file-manager]
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -89,11 +90,22 @@ private:
     QStringList items_;
 };
 
+// org.freedesktop.FileManager1: what a file manager is asked to show.
+class FileManager : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
+public slots:
+    void ShowItems(const QStringList& uris, const QString&) { say("show-items " + uris.join(' ')); }
+    void ShowFolders(const QStringList& uris, const QString&) { say("show-folders " + uris.join(' ')); }
+    void ShowItemProperties(const QStringList& uris, const QString&) { say("show-properties " + uris.join(' ')); }
+};
+
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     const QStringList arguments = application.arguments();
     Login login;
     Watcher watcher;
+    FileManager files;
     if (arguments.contains("--logind")) {
         QDBusConnection system = QDBusConnection::systemBus();
         if (!system.registerObject("/org/freedesktop/login1", &login, QDBusConnection::ExportAllSlots) ||
@@ -109,6 +121,14 @@ int main(int argc, char** argv) {
                                         QDBusConnection::ExportAllSignals) ||
             !session.registerService("org.kde.StatusNotifierWatcher")) {
             say("error: no session bus to serve the watcher on");
+            return 1;
+        }
+    }
+    if (arguments.contains("--file-manager")) {
+        QDBusConnection session = QDBusConnection::sessionBus();
+        if (!session.registerObject("/org/freedesktop/FileManager1", &files, QDBusConnection::ExportAllSlots) ||
+            !session.registerService("org.freedesktop.FileManager1")) {
+            say("error: no session bus to serve the file manager on");
             return 1;
         }
     }

@@ -187,10 +187,11 @@ protected:
     std::filesystem::path logFile() const { return dir.path() / "state" / "Tarnwick" / "Tarnwick.log"; }
     std::filesystem::path autostart() const { return config() / "autostart" / "com.tarnwick.Tarnwick.desktop"; }
 
-    // logind on the stand-in system bus, and a tray host's watcher when asked.
-    void startServices(bool watcher) {
+    // logind on the stand-in system bus, and a tray host's watcher and a file manager when asked.
+    void startServices(bool watcher, bool fileManager = false) {
         std::vector<std::string> arguments{"--logind"};
         if (watcher) arguments.push_back("--watcher");
+        if (fileManager) arguments.push_back("--file-manager");
         services.emplace(TARNWICK_FAKE_SERVICES, arguments);
         ASSERT_TRUE(services->lineStartingWith("ready")) << "the stand-in services did not start";
     }
@@ -469,6 +470,16 @@ TEST_F(TrayTest, TheFirstLaunchRegistersTheAutostartEntryAndOpenAtLoginTogglesIt
     ASSERT_NO_FATAL_FAILURE(startApp());
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_FALSE(std::filesystem::exists(autostart()));
+}
+
+TEST_F(TrayTest, ShowSnapshotsAsksTheFileManagerToShowTheFolder) {
+    ASSERT_NO_FATAL_FAILURE(startServices(true, true));
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    ASSERT_NO_FATAL_FAILURE(findItem());
+    choose("Show snapshots in the file manager");
+    auto shown = services->lineStartingWith("show-");
+    ASSERT_TRUE(shown) << "the file manager was not asked";
+    EXPECT_EQ(*shown, "show-items file://" + snapshots().string());
 }
 
 // A panel with nothing but an XEmbed system tray across the top of the screen.
