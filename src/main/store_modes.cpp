@@ -46,7 +46,8 @@ std::string localDate(Date date) {
 
 std::string jsonString(const std::string& text) {
     std::string out = "\"";
-    for (unsigned char c : text) {
+    for (char raw : text) {
+        auto c = static_cast<unsigned char>(raw);
         switch (c) {
             case '"': out += "\\\""; break;
             case '\\': out += "\\\\"; break;
