@@ -4,6 +4,7 @@
 
 #include "app/texts.h"
 #include "model/iso_date.h"
+#include "model/snapshot_json.h"
 #include "session/capture.h"
 #include "session/restore_plan.h"
 #include "store/data_folder.h"
@@ -42,28 +43,6 @@ std::string localDate(Date date) {
     std::string text = buffer;
     if (auto twoSpaces = text.find("  "); twoSpaces != std::string::npos) text.erase(twoSpaces, 1);
     return text;
-}
-
-std::string jsonString(const std::string& text) {
-    std::string out = "\"";
-    for (char raw : text) {
-        auto c = static_cast<unsigned char>(raw);
-        switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\t': out += "\\t"; break;
-            default:
-                if (c < 0x20) {
-                    char escaped[8];
-                    std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-                    out += escaped;
-                } else {
-                    out += static_cast<char>(c);
-                }
-        }
-    }
-    return out + "\"";
 }
 
 // The snapshot files in the folder that the listing could not read, by name.

@@ -16,6 +16,9 @@ namespace tarnwick {
 // in `error`) on a NaN or infinite number or a date that cannot be written.
 std::optional<std::string> encodeSnapshot(const Snapshot& snapshot, std::string* error = nullptr);
 
+// A text as a JSON string, quotes included, escaped as the file form escapes.
+std::string jsonString(std::string_view text);
+
 // Reads snapshot files. Every required key must be present with the right type;
 // optional keys may be missing or null; unknown keys are ignored; an unknown
 // kind makes the whole snapshot unreadable. Keeps its parser's buffers between

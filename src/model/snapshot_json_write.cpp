@@ -220,6 +220,12 @@ size_t estimatedSize(const Snapshot& snapshot) {
 
 }  // namespace
 
+std::string jsonString(std::string_view text) {
+    Writer w;
+    w.string(text);
+    return std::move(w.out);
+}
+
 std::optional<std::string> encodeSnapshot(const Snapshot& snapshot, std::string* error) {
     Writer w;
     w.out.reserve(estimatedSize(snapshot));

@@ -143,8 +143,9 @@ TEST_F(StoreModesTest, TheListIsNewestFirstMarksTheOneFromBeforeTheBootAndNamesW
     auto rows = lines(json.out);
     ASSERT_EQ(rows.size(), 5u) << json.out;
     EXPECT_EQ(rows[0], "[");
-    EXPECT_THAT(rows[1], HasSubstr("{\"position\": 1, \"file\": \"" + (snapshots() / Store::fileName(newer.date)).string() +
-                                   "\", \"date\": \""));
+    // Strings as the snapshot files write them, "/" escaped too.
+    EXPECT_THAT(rows[1], HasSubstr("{\"position\": 1, \"file\": " +
+                                   jsonString((snapshots() / Store::fileName(newer.date)).string()) + ", \"date\": \""));
     EXPECT_THAT(rows[1], HasSubstr("\"reason\": \"manual\", \"summary\": \"1 apps \u00B7 1 windows\", \"apps\": 1, "
                                    "\"windows\": 1, \"tabs\": 0, \"beforeBoot\": false},"));
     EXPECT_THAT(rows[3], HasSubstr("\"beforeBoot\": true}"));
