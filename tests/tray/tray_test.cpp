@@ -445,6 +445,31 @@ TEST_F(TrayTest, PowerOffIsHeldBackUntilTheShutdownSnapshotIsStored) {
     EXPECT_TRUE(services->lineStartingWith("inhibit shutdown Tarnwick delay")) << "no new inhibitor after a cancel";
 }
 
+TEST_F(TrayTest, LoggingOutSavesTheSessionBeforeTheSessionManagerHearsItIsDone) {
+    // Started before the session manager is named: X toolkit programs join a
+    // session too, and only the application's answer counts here.
+    display->start("xlogo", {"-geometry", "200x150+300+200"});
+    Program manager(TARNWICK_FAKE_SESSION_MANAGER, {});
+    auto address = manager.lineStartingWith("address ");
+    ASSERT_TRUE(address) << "the stand-in session manager did not start";
+    ScopedVariable sessionManager("SESSION_MANAGER", address->substr(8));
+    ASSERT_NO_FATAL_FAILURE(startServices(true));
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    ASSERT_TRUE(manager.lineStartingWith("registered")) << "the application did not join the session";
+
+    manager.tell("logout");
+    auto saved = manager.lineStartingWith("saved ");
+    // The folder is looked at the moment the session manager hears back.
+    auto files = snapshotFiles();
+    ASSERT_TRUE(saved) << "the application never answered the save request";
+    EXPECT_EQ(*saved, "saved ok");
+    ASSERT_EQ(files.size(), 1u) << "the snapshot is on disk before the answer";
+    auto snapshot = decodeSnapshot(readText(files.front()));
+    ASSERT_TRUE(snapshot);
+    EXPECT_EQ(snapshot->reason, "shutdown");
+    EXPECT_EQ(logLinesWith("save (shutdown)").size(), 1u);
+}
+
 TEST_F(TrayTest, TheFirstLaunchRegistersTheAutostartEntryAndOpenAtLoginTogglesIt) {
     ASSERT_NO_FATAL_FAILURE(startServices(true));
     ASSERT_NO_FATAL_FAILURE(startApp());
