@@ -59,10 +59,15 @@ std::string execWord(const std::string& path) {
     return word + "\"";
 }
 
+// The program a login starts: the "tarnwick" this tray program was started
+// through (beside it in a build, in bin/ when installed), else this program.
 std::string ownProgram() {
     std::error_code error;
-    auto path = std::filesystem::read_symlink("/proc/self/exe", error);
-    return error ? std::string("tarnwick") : path.string();
+    auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error) return "tarnwick";
+    for (const auto& launcher : {self.parent_path() / "tarnwick", self.parent_path() / "../../bin/tarnwick"})
+        if (std::filesystem::exists(launcher, error)) return launcher.lexically_normal().string();
+    return self.string();
 }
 
 // One thread that runs queued tasks in order. Tasks still queued when it is

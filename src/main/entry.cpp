@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
+#include <system_error>
 #include <unistd.h>
 
 namespace tarnwick::Entry {
@@ -155,6 +157,24 @@ std::optional<int> onDesktop(const Choice& choice, const std::optional<Snapshot>
     }
     return std::nullopt;
 }
+
+#if !defined(__APPLE__)
+int startTray(char** argv) {
+    std::error_code error;
+    auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    std::vector<std::filesystem::path> places;
+    if (!error) places = {self.parent_path() / "tarnwick-tray", self.parent_path() / "../libexec/tarnwick/tarnwick-tray"};
+    for (const auto& tray : places) {
+        if (!std::filesystem::exists(tray, error)) continue;
+        ::execv(tray.c_str(), argv);
+        std::fprintf(stderr, "tarnwick: cannot start %s: %s\n", tray.c_str(), std::strerror(errno));
+        return 2;
+    }
+    std::fprintf(stderr, "tarnwick: the tray application (tarnwick-tray) is not installed beside %s\n",
+                 self.c_str());
+    return 2;
+}
+#endif
 
 std::optional<int> runOneShot(const std::vector<std::string>& arguments) {
     Choice choice = choose(arguments);

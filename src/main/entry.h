@@ -61,6 +61,14 @@ std::optional<int> beforeDesktop(const Choice& choice, std::optional<Snapshot>& 
 // backend must be installed.
 std::optional<int> onDesktop(const Choice& choice, const std::optional<Snapshot>& target);
 
+#if !defined(__APPLE__)
+// Becomes the tray program, tarnwick-tray, found beside this one (a build) or
+// in ../libexec/tarnwick/ (an installation), with the same arguments: the same
+// process goes on as the application. Returns only when it cannot, with
+// status 2 and the reason on standard error.
+int startTray(char** argv);
+#endif
+
 // Both, for a process whose desktop is installed from the start.
 std::optional<int> runOneShot(const std::vector<std::string>& arguments);
 

@@ -1,5 +1,4 @@
 // Process entry: the one-shot modes and the menu-bar (or tray) application.
-#include "app/application.h"
 #include "main/entry.h"
 #include "platform/platform.h"
 
@@ -8,6 +7,7 @@
 #include <vector>
 
 #if defined(__APPLE__)
+#include "app/application.h"
 #include "session/platform_mac.h"
 #else
 #include "session/platform_x11.h"
@@ -27,6 +27,9 @@ int main(int argc, char** argv) {
     if (auto status = tarnwick::Entry::onDesktop(choice, target)) return *status;
     return tarnwick::MenuBar::runApplication(argc, argv);
 #else
+    // The tray application is a program of its own, so that the one-shot
+    // modes never load Qt and its libraries (most of their start-up time).
+    if (choice.mode == tarnwick::Entry::Mode::application) return tarnwick::Entry::startTray(argv);
     std::string why;
     auto backend = tarnwick::openX11Platform("", why);
     if (!backend) {
@@ -36,8 +39,7 @@ int main(int argc, char** argv) {
     }
     tarnwick::installPlatform(backend.get());
     auto status = tarnwick::Entry::onDesktop(choice, target);
-    if (!status) status = tarnwick::MenuBar::runApplication(argc, argv);
     tarnwick::installPlatform(nullptr);
-    return *status;
+    return status.value_or(0);
 #endif
 }
