@@ -1,12 +1,12 @@
-// Stand-ins for the desktop services the tray application talks to, for its
-// end-to-end tests: logind on the system bus (a shutdown inhibitor and the
-// PrepareForShutdown announcement) and a StatusNotifierItem watcher on the
-// session bus, and a file manager's org.freedesktop.FileManager1 there. It
-// says what happens on standard output, one line each, and
+// Stand-ins for the desktop services the tray application talks to that
+// cannot run here for real, for its end-to-end tests: logind on the system bus
+// (a shutdown inhibitor and the PrepareForShutdown announcement) and a file
+// manager's org.freedesktop.FileManager1 on the session bus. It says what
+// happens on standard output, one line each, and
 // takes orders on standard input: "shutdown" announces a power-off, "cancel"
 // calls it off.
 //
-//   tarnwick_fake_services [--logind] [--watcher] [--file-manager]
+//   tarnwick_fake_services [--logind] [--file-manager]
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -62,34 +62,6 @@ public slots:
     }
 };
 
-// org.kde.StatusNotifierWatcher: a host is there, and items register.
-class Watcher : public QObject {
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
-    Q_PROPERTY(int ProtocolVersion READ protocolVersion)
-    Q_PROPERTY(QStringList RegisteredStatusNotifierItems READ items)
-public:
-    bool hostRegistered() const { return true; }
-    int protocolVersion() const { return 0; }
-    QStringList items() const { return items_; }
-
-public slots:
-    void RegisterStatusNotifierItem(const QString& service, const QDBusMessage& message) {
-        // Items may give only a path; the service is then the caller.
-        QString item = service.startsWith('/') ? message.service() + service : service;
-        items_ << item;
-        say("item " + item);
-    }
-    void RegisterStatusNotifierHost(const QString&) {}
-
-signals:
-    void StatusNotifierItemRegistered(const QString& service);
-
-private:
-    QStringList items_;
-};
-
 // org.freedesktop.FileManager1: what a file manager is asked to show.
 class FileManager : public QObject {
     Q_OBJECT
@@ -104,23 +76,12 @@ int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     const QStringList arguments = application.arguments();
     Login login;
-    Watcher watcher;
     FileManager files;
     if (arguments.contains("--logind")) {
         QDBusConnection system = QDBusConnection::systemBus();
         if (!system.registerObject("/org/freedesktop/login1", &login, QDBusConnection::ExportAllSlots) ||
             !system.registerService("org.freedesktop.login1")) {
             say("error: no system bus to serve logind on");
-            return 1;
-        }
-    }
-    if (arguments.contains("--watcher")) {
-        QDBusConnection session = QDBusConnection::sessionBus();
-        if (!session.registerObject("/StatusNotifierWatcher", &watcher,
-                                    QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllProperties |
-                                        QDBusConnection::ExportAllSignals) ||
-            !session.registerService("org.kde.StatusNotifierWatcher")) {
-            say("error: no session bus to serve the watcher on");
             return 1;
         }
     }

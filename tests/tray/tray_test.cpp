@@ -171,6 +171,8 @@ protected:
 
     void TearDown() override {
         app.reset();
+        host.reset();
+        watcher.reset();
         services.reset();
         if (bus) QDBusConnection::disconnectFromBus(busName);
         probe.reset();
@@ -187,13 +189,32 @@ protected:
     std::filesystem::path logFile() const { return dir.path() / "state" / "Tarnwick" / "Tarnwick.log"; }
     std::filesystem::path autostart() const { return config() / "autostart" / "com.tarnwick.Tarnwick.desktop"; }
 
-    // logind on the stand-in system bus, and a tray host's watcher and a file manager when asked.
-    void startServices(bool watcher, bool fileManager = false) {
+    // logind on the stand-in system bus and, when asked, a file manager; with
+    // a tray, a real StatusNotifierItem watcher and a real tray showing its items.
+    void startServices(bool tray, bool fileManager = false) {
         std::vector<std::string> arguments{"--logind"};
-        if (watcher) arguments.push_back("--watcher");
         if (fileManager) arguments.push_back("--file-manager");
         services.emplace(TARNWICK_FAKE_SERVICES, arguments);
         ASSERT_TRUE(services->lineStartingWith("ready")) << "the stand-in services did not start";
+        if (!tray) return;
+        bus.emplace(QDBusConnection::connectToBus(QString::fromLocal8Bit(std::getenv("DBUS_SESSION_BUS_ADDRESS")),
+                                                  busName));
+        ASSERT_TRUE(bus->isConnected());
+        watcher.emplace(programPath("status-notifier-watcher"), std::vector<std::string>{});
+        ASSERT_TRUE(eventually([&] { return watcherProperty("IsStatusNotifierHostRegistered").isValid(); }, 20.0))
+            << "the watcher did not start";
+        host.emplace(programPath("gtk-sni-tray-standalone"), std::vector<std::string>{});
+        ASSERT_TRUE(eventually([&] { return watcherProperty("IsStatusNotifierHostRegistered").toBool(); }, 20.0))
+            << "the tray did not register with the watcher";
+    }
+
+    QVariant watcherProperty(const char* name) {
+        QDBusMessage get = QDBusMessage::createMethodCall("org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher",
+                                                          "org.freedesktop.DBus.Properties", "Get");
+        get << QString("org.kde.StatusNotifierWatcher") << QString(name);
+        QDBusMessage reply = bus->call(get);
+        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return {};
+        return reply.arguments().at(0).value<QDBusVariant>().variant();
     }
 
     void startApp() {
@@ -226,15 +247,15 @@ protected:
     }
 
     // The tray item the application registered with the watcher, and the
-    // path of its menu, as a panel finds them.
+    // path of its menu, as a tray finds them.
     void findItem() {
-        auto registered = services->lineStartingWith("item ", 20.0);
-        ASSERT_TRUE(registered) << "the application registered no tray item";
-        std::string item = registered->substr(5);
-        itemService = QString::fromStdString(item.substr(0, item.find('/')));
-        bus.emplace(QDBusConnection::connectToBus(QString::fromLocal8Bit(std::getenv("DBUS_SESSION_BUS_ADDRESS")),
-                                                  busName));
-        ASSERT_TRUE(bus->isConnected());
+        QStringList items;
+        ASSERT_TRUE(eventually([&] {
+            items = watcherProperty("RegisteredStatusNotifierItems").toStringList();
+            return items.size() == 1;
+        }, 20.0)) << "the application registered no tray item";
+        // A bus name, with the item's path after it when it is not the usual one.
+        itemService = items.front().section('/', 0, 0);
         QDBusMessage get = QDBusMessage::createMethodCall(itemService, "/StatusNotifierItem",
                                                           "org.freedesktop.DBus.Properties", "Get");
         get << QString("org.kde.StatusNotifierItem") << QString("Menu");
@@ -298,6 +319,7 @@ protected:
     std::unique_ptr<VirtualDisplay> display;
     std::unique_ptr<DisplayProbe> probe;
     std::optional<Program> services;
+    std::optional<Program> watcher, host;
     std::optional<Program> app;
     const QString busName = "tray-test";
     std::optional<QDBusConnection> bus;
