@@ -211,7 +211,11 @@ public:
 
     ~QtShell() override {
         // The menu and icon go before the work thread stops: nothing calls into
-        // the delegate any more.
+        // the delegate any more. Hidden first, so a tray drops the item at once.
+        if (tray_) {
+            tray_->hide();
+            tray_->setContextMenu(nullptr);
+        }
         tray_.reset();
         menu_.reset();
     }
