@@ -88,10 +88,6 @@ Choice choose(const std::vector<std::string>& arguments) {
     return Choice{Mode::application, {}};
 }
 
-bool needsDesktop(Mode mode) {
-    return mode != Mode::help && mode != Mode::version && mode != Mode::list;
-}
-
 int captureMode(std::FILE* out, std::FILE* err) {
     Snapshot snapshot = Capture::snapshot("cli");
     std::string reason;

@@ -37,9 +37,6 @@ struct Choice {
 // everything else starts the application.
 Choice choose(const std::vector<std::string>& arguments);
 
-// Whether the mode works on the desktop (and so needs one).
-bool needsDesktop(Mode mode);
-
 // Prints the session as pretty JSON on `out` and "<summary>; accessibility on|off"
 // (or "; window manager: NAME" where windows have one) on `err`. Returns 0; an
 // encoding failure stops the process.

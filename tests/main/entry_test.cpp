@@ -71,11 +71,5 @@ TEST(EntryChoose, ListSaveAndDiffTakeWhatFollowsThem) {
     EXPECT_EQ(choose({"tarnwick", "--diff", "before-boot"}).path, "before-boot");
 }
 
-TEST(EntryChoose, OnlyTheModesThatWorkOnTheDesktopNeedOne) {
-    for (Mode mode : {Mode::help, Mode::version, Mode::list}) EXPECT_FALSE(Entry::needsDesktop(mode));
-    for (Mode mode : {Mode::capture, Mode::restore, Mode::save, Mode::diff, Mode::application})
-        EXPECT_TRUE(Entry::needsDesktop(mode));
-}
-
 }  // namespace
 }  // namespace tarnwick
