@@ -4,6 +4,7 @@
 
 #include <simdjson.h>
 
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -33,6 +34,25 @@ struct Where {
     }
 };
 
+// The members of an object that a reader knows, found in one pass over it: the
+// first member of each key, as a lookup by name would find it.
+template <size_t N>
+struct Members {
+    const std::array<std::string_view, N>& keys;
+    std::array<element, N> values{};
+    std::array<bool, N> present{};
+
+    Members(object obj, const std::array<std::string_view, N>& names) : keys(names) {
+        for (simdjson::dom::key_value_pair member : obj)
+            for (size_t i = 0; i < N; ++i)
+                if (!present[i] && keys[i] == member.key) {
+                    values[i] = member.value;
+                    present[i] = true;
+                    break;
+                }
+    }
+};
+
 class Reader {
 public:
     std::string error;
@@ -53,16 +73,20 @@ public:
     }
 
     // A required member: present and not null.
-    bool required(object obj, std::string_view key, const Where& parent, element& out) {
-        Where where = parent.child(key);
-        if (obj.at_key(key).get(out) != simdjson::SUCCESS) return fail(where, "is missing");
+    template <size_t N>
+    bool required(const Members<N>& members, size_t i, const Where& parent, element& out) {
+        Where where = parent.child(members.keys[i]);
+        if (!members.present[i]) return fail(where, "is missing");
+        out = members.values[i];
         if (out.is_null()) return fail(where, "is null");
         return true;
     }
 
     // An optional member: false when it is missing or null.
-    static bool optional(object obj, std::string_view key, element& out) {
-        return obj.at_key(key).get(out) == simdjson::SUCCESS && !out.is_null();
+    template <size_t N>
+    static bool optional(const Members<N>& members, size_t i, element& out) {
+        out = members.values[i];
+        return members.present[i] && !out.is_null();
     }
 
     bool text(element value, const Where& where, std::string& out) {
@@ -113,75 +137,105 @@ public:
         return value.get_array().get(out) == simdjson::SUCCESS || fail(where, "is not an array");
     }
 
-    bool optionalText(object obj, std::string_view key, const Where& parent, std::optional<std::string>& out) {
+    template <size_t N>
+    bool optionalText(const Members<N>& members, size_t i, const Where& parent, std::optional<std::string>& out) {
         element value;
-        if (!optional(obj, key, value)) return true;
-        return text(value, parent.child(key), out.emplace());
+        if (!optional(members, i, value)) return true;
+        return text(value, parent.child(members.keys[i]), out.emplace());
     }
 
     bool frame(element value, const Where& where, Frame& out) {
+        static constexpr std::array<std::string_view, 4> keys{"x", "y", "w", "h"};
         object obj;
-        element x, y, w, h;
-        return asObject(value, where, obj) && required(obj, "x", where, x) && number(x, where.child("x"), out.x) &&
-               required(obj, "y", where, y) && number(y, where.child("y"), out.y) && required(obj, "w", where, w) &&
-               number(w, where.child("w"), out.w) && required(obj, "h", where, h) &&
-               number(h, where.child("h"), out.h);
+        if (!asObject(value, where, obj)) return false;
+        Members members(obj, keys);
+        double* fields[] = {&out.x, &out.y, &out.w, &out.h};
+        for (size_t i = 0; i < keys.size(); ++i) {
+            element number;
+            if (!required(members, i, where, number) || !this->number(number, where.child(keys[i]), *fields[i]))
+                return false;
+        }
+        return true;
     }
 
-    bool optionalFrame(object obj, const Where& parent, std::optional<Frame>& out) {
+    template <size_t N>
+    bool optionalFrame(const Members<N>& members, size_t i, const Where& parent, std::optional<Frame>& out) {
         element value;
-        if (!optional(obj, "frame", value)) return true;
-        return frame(value, parent.child("frame"), out.emplace());
+        if (!optional(members, i, value)) return true;
+        return frame(value, parent.child(members.keys[i]), out.emplace());
     }
 
-    bool optionalFlag(object obj, std::string_view key, const Where& parent, std::optional<bool>& out) {
+    template <size_t N>
+    bool optionalFlag(const Members<N>& members, size_t i, const Where& parent, std::optional<bool>& out) {
         element value;
-        if (!optional(obj, key, value)) return true;
-        return flag(value, parent.child(key), out.emplace());
+        if (!optional(members, i, value)) return true;
+        return flag(value, parent.child(members.keys[i]), out.emplace());
     }
 
-    bool optionalInteger(object obj, std::string_view key, const Where& parent, std::optional<int64_t>& out) {
+    template <size_t N>
+    bool optionalInteger(const Members<N>& members, size_t i, const Where& parent, std::optional<int64_t>& out) {
         element value;
-        if (!optional(obj, key, value)) return true;
-        return integer(value, parent.child(key), out.emplace());
+        if (!optional(members, i, value)) return true;
+        return integer(value, parent.child(members.keys[i]), out.emplace());
+    }
+
+    template <size_t N>
+    bool requiredFlag(const Members<N>& members, size_t i, const Where& parent, bool& out) {
+        element value;
+        return required(members, i, parent, value) && flag(value, parent.child(members.keys[i]), out);
+    }
+
+    template <size_t N>
+    bool requiredText(const Members<N>& members, size_t i, const Where& parent, std::string& out) {
+        element value;
+        return required(members, i, parent, value) && text(value, parent.child(members.keys[i]), out);
     }
 
     bool window(element value, const Where& where, WindowState& out) {
+        enum { title, document, frame_, minimized, fullScreen, workspace, maximizedHorizontally, maximizedVertically };
+        static constexpr std::array<std::string_view, 8> keys{
+            "title",     "document",  "frame", "minimized", "fullScreen", "workspace", "maximizedHorizontally",
+            "maximizedVertically"};
         object obj;
-        element minimized, fullScreen;
-        return asObject(value, where, obj) && optionalText(obj, "title", where, out.title) &&
-               optionalText(obj, "document", where, out.document) && optionalFrame(obj, where, out.frame) &&
-               required(obj, "minimized", where, minimized) &&
-               flag(minimized, where.child("minimized"), out.minimized) &&
-               required(obj, "fullScreen", where, fullScreen) &&
-               flag(fullScreen, where.child("fullScreen"), out.fullScreen) &&
-               optionalInteger(obj, "workspace", where, out.workspace) &&
-               optionalFlag(obj, "maximizedHorizontally", where, out.maximizedHorizontally) &&
-               optionalFlag(obj, "maximizedVertically", where, out.maximizedVertically);
+        if (!asObject(value, where, obj)) return false;
+        Members members(obj, keys);
+        return optionalText(members, title, where, out.title) &&
+               optionalText(members, document, where, out.document) &&
+               optionalFrame(members, frame_, where, out.frame) &&
+               requiredFlag(members, minimized, where, out.minimized) &&
+               requiredFlag(members, fullScreen, where, out.fullScreen) &&
+               optionalInteger(members, workspace, where, out.workspace) &&
+               optionalFlag(members, maximizedHorizontally, where, out.maximizedHorizontally) &&
+               optionalFlag(members, maximizedVertically, where, out.maximizedVertically);
     }
 
-    bool optionalTexts(object obj, std::string_view key, const Where& parent,
+    template <size_t N>
+    bool optionalTexts(const Members<N>& members, size_t i, const Where& parent,
                        std::optional<std::vector<std::string>>& out) {
         element value;
         simdjson::dom::array list;
-        if (!optional(obj, key, value)) return true;
-        Where where = parent.child(key);
+        if (!optional(members, i, value)) return true;
+        Where where = parent.child(members.keys[i]);
         if (!array(value, where, list)) return false;
         auto& words = out.emplace();
-        size_t i = 0;
+        size_t n = 0;
         for (element item : list)
-            if (!text(item, where.at(i++), words.emplace_back())) return false;
+            if (!text(item, where.at(n++), words.emplace_back())) return false;
         return true;
     }
 
     bool scripted(element value, const Where& where, ScriptedWindow& out) {
+        enum { frame_, items, activeIndex };
+        static constexpr std::array<std::string_view, 3> keys{"frame", "items", "activeIndex"};
         object obj;
-        element items, activeIndex;
+        element itemsValue, activeIndexValue;
         simdjson::dom::array list;
-        if (!asObject(value, where, obj) || !optionalFrame(obj, where, out.frame) ||
-            !required(obj, "items", where, items) || !array(items, where.child("items"), list) ||
-            !required(obj, "activeIndex", where, activeIndex) ||
-            !integer(activeIndex, where.child("activeIndex"), out.activeIndex))
+        if (!asObject(value, where, obj)) return false;
+        Members members(obj, keys);
+        if (!optionalFrame(members, frame_, where, out.frame) || !required(members, items, where, itemsValue) ||
+            !array(itemsValue, where.child("items"), list) ||
+            !required(members, activeIndex, where, activeIndexValue) ||
+            !integer(activeIndexValue, where.child("activeIndex"), out.activeIndex))
             return false;
         Where itemsWhere = where.child("items");
         size_t i = 0;
@@ -197,12 +251,12 @@ public:
         return true;
     }
 
-    template <typename T, typename ReadOne>
-    bool list(object obj, std::string_view key, const Where& parent, std::vector<T>& out, ReadOne readOne) {
+    template <size_t N, typename T, typename ReadOne>
+    bool list(const Members<N>& members, size_t key, const Where& parent, std::vector<T>& out, ReadOne readOne) {
         element value;
         simdjson::dom::array items;
-        Where where = parent.child(key);
-        if (!required(obj, key, parent, value) || !array(value, where, items)) return false;
+        Where where = parent.child(members.keys[key]);
+        if (!required(members, key, parent, value) || !array(value, where, items)) return false;
         size_t i = 0;
         if (!build) {
             // One record, read into again and again, only for its checks.
@@ -218,40 +272,47 @@ public:
     }
 
     bool app(element value, const Where& where, AppState& out) {
+        enum { name, bundleID, bundlePath, kind, hidden, windows, scripted_, commandLine, workingDirectory };
+        static constexpr std::array<std::string_view, 9> keys{
+            "name",   "bundleID", "bundlePath",  "kind",  "hidden", "windows", "scripted", "commandLine",
+            "workingDirectory"};
         object obj;
-        element name, bundlePath, kind, hidden;
+        element kindValue;
         std::string_view kindText;
-        if (!asObject(value, where, obj) || !required(obj, "name", where, name) ||
-            !text(name, where.child("name"), out.name) || !optionalText(obj, "bundleID", where, out.bundleID) ||
-            !required(obj, "bundlePath", where, bundlePath) ||
-            !text(bundlePath, where.child("bundlePath"), out.bundlePath) || !required(obj, "kind", where, kind) ||
-            !textView(kind, where.child("kind"), kindText))
+        if (!asObject(value, where, obj)) return false;
+        Members members(obj, keys);
+        if (!requiredText(members, name, where, out.name) || !optionalText(members, bundleID, where, out.bundleID) ||
+            !requiredText(members, bundlePath, where, out.bundlePath) || !required(members, kind, where, kindValue) ||
+            !textView(kindValue, where.child("kind"), kindText))
             return false;
         auto parsedKind = appKindFrom(kindText);
         if (!parsedKind) return fail(where.child("kind"), "is an unknown kind \"" + std::string(kindText) + "\"");
         out.kind = *parsedKind;
-        return required(obj, "hidden", where, hidden) && flag(hidden, where.child("hidden"), out.hidden) &&
-               list(obj, "windows", where, out.windows, &Reader::window) &&
-               list(obj, "scripted", where, out.scripted, &Reader::scripted) &&
-               optionalTexts(obj, "commandLine", where, out.commandLine) &&
-               optionalText(obj, "workingDirectory", where, out.workingDirectory);
+        return requiredFlag(members, hidden, where, out.hidden) &&
+               list(members, windows, where, out.windows, &Reader::window) &&
+               list(members, scripted_, where, out.scripted, &Reader::scripted) &&
+               optionalTexts(members, commandLine, where, out.commandLine) &&
+               optionalText(members, workingDirectory, where, out.workingDirectory);
     }
 
     bool snapshot(element root, Snapshot& out) {
+        enum { date, reason, frontmost, apps };
+        static constexpr std::array<std::string_view, 4> keys{"date", "reason", "frontmost", "apps"};
         Where where;
         object obj;
-        element date, reason;
+        element dateValue;
         std::string_view dateText;
-        if (!asObject(root, where, obj) || !required(obj, "date", where, date) ||
-            !textView(date, where.child("date"), dateText))
+        if (!asObject(root, where, obj)) return false;
+        Members members(obj, keys);
+        if (!required(members, date, where, dateValue) || !textView(dateValue, where.child("date"), dateText))
             return false;
         auto parsedDate = isoDateFrom(dateText);
         if (!parsedDate)
             return fail(where.child("date"), "is not an ISO 8601 date: \"" + std::string(dateText) + "\"");
         out.date = *parsedDate;
-        return required(obj, "reason", where, reason) && text(reason, where.child("reason"), out.reason) &&
-               optionalText(obj, "frontmost", where, out.frontmost) &&
-               list(obj, "apps", where, out.apps, &Reader::app);
+        return requiredText(members, reason, where, out.reason) &&
+               optionalText(members, frontmost, where, out.frontmost) &&
+               list(members, apps, where, out.apps, &Reader::app);
     }
 };
 

@@ -250,6 +250,15 @@ TEST(SnapshotJsonRead, UnknownKeysAreIgnoredAndOrderDoesNotMatter) {
     EXPECT_EQ(decoded->apps[0].windows[0], (WindowState{std::nullopt, std::nullopt, std::nullopt, false, true}));
 }
 
+TEST(SnapshotJsonRead, ARepeatedKeyCountsWhereItFirstStands) {
+    auto decoded =
+        decodeSnapshot(withReplaced(kExampleFile, R"("hidden" : false,)", R"("hidden" : false, "hidden" : 7,)"));
+    ASSERT_TRUE(decoded);
+    EXPECT_FALSE(decoded->apps[0].hidden);
+    EXPECT_EQ(decodeError(withReplaced(kExampleFile, R"("name" : "Finder")", R"("name" : null, "name" : "Finder")")),
+              R"("apps[0].name" is null)");
+}
+
 TEST(SnapshotJsonRead, WholeNumbersWithAFractionAreIntegers) {
     auto decoded = decodeSnapshot(withReplaced(kExampleFile, R"("activeIndex" : 1)", R"("activeIndex" : 2.0)"));
     ASSERT_TRUE(decoded);
