@@ -9,10 +9,12 @@
 #include "store/unique_fd.h"
 
 #include <algorithm>
+#include <bit>
 #include <cctype>
 #include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string_view>
@@ -169,6 +171,67 @@ std::optional<Checked> check(const std::filesystem::path& path) {
     return Checked{identityOf(info), state.decoder.datePadded(std::string_view(state.buffer.data(), *length))};
 }
 
+// A digest of a session's apps that equal apps always share: every text, flag
+// and number goes in, 0 and -0 as one. Different digests prove that two lists of
+// apps differ; equal ones prove nothing and are checked in full.
+class Digest {
+public:
+    std::uint64_t value = 0x243f6a8885a308d3;
+
+    void add(std::uint64_t v) { value = (std::rotl(value, 5) ^ v) * 0x9e3779b97f4a7c15; }
+    void add(const std::string& text) { add(static_cast<std::uint64_t>(std::hash<std::string_view>{}(text))); }
+    void add(double d) { add(std::bit_cast<std::uint64_t>(d == 0 ? 0.0 : d)); }
+    void add(const Frame& f) {
+        for (double d : {f.x, f.y, f.w, f.h}) add(d);
+    }
+    template <typename T>
+    void add(const std::optional<T>& v) {
+        add(std::uint64_t{v.has_value()});
+        if (v) add(*v);
+    }
+    template <typename T>
+    void add(const std::vector<T>& list) {
+        add(std::uint64_t{list.size()});
+        for (const auto& item : list) add(item);
+    }
+    void add(const WindowState& w) {
+        add(w.title), add(w.document), add(w.frame), add(std::uint64_t{w.minimized}), add(std::uint64_t{w.fullScreen});
+        add(w.workspace ? std::optional<std::uint64_t>(static_cast<std::uint64_t>(*w.workspace)) : std::nullopt);
+        for (const auto& flag : {w.maximizedHorizontally, w.maximizedVertically})
+            add(flag ? std::optional<std::uint64_t>(*flag) : std::nullopt);
+    }
+    void add(const ScriptedWindow& w) {
+        add(w.frame), add(w.items), add(static_cast<std::uint64_t>(w.activeIndex));
+    }
+    void add(const AppState& app) {
+        add(app.name), add(app.bundleID), add(app.bundlePath), add(static_cast<std::uint64_t>(app.kind));
+        add(std::uint64_t{app.hidden}), add(app.windows), add(app.scripted), add(app.commandLine);
+        add(app.workingDirectory);
+    }
+};
+
+std::uint64_t digestOf(const std::vector<AppState>& apps) {
+    Digest digest;
+    digest.add(apps);
+    return digest.value;
+}
+
+// The file this process wrote last and the digest of its apps: a save whose
+// session differs from it needs not read that file back to know.
+struct Written {
+    Identity identity;
+    std::uint64_t digest = 0;
+};
+std::optional<Written> lastWritten;  // guarded by checkedLock
+
+// Whether the newest file is the one written last and its apps differ from these.
+bool differsFromLastWritten(const std::filesystem::path& newest, std::uint64_t digest) {
+    std::lock_guard guard(checkedLock);
+    auto found = checkedFiles().find(newest);
+    return lastWritten && found != checkedFiles().end() && found->second.identity == lastWritten->identity &&
+           lastWritten->digest != digest;
+}
+
 // The readable snapshots of the folder with their dates, newest first, as all()
 // would list them.
 std::vector<Dated> dated(const Folder& folder) {
@@ -255,14 +318,15 @@ void prune() {
 bool save(const Snapshot& snapshot) {
     Folder folder = look();
     auto files = dated(folder);
+    // Compared as it would be written: a stray byte in a text is written as U+FFFD.
+    std::optional<Snapshot> repaired;
+    if (!textsAreValidUtf8(snapshot)) makeTextsValidUtf8(repaired.emplace(snapshot));
+    const Snapshot& compared = repaired ? *repaired : snapshot;
+    std::uint64_t digest = digestOf(compared.apps);
     // Only the newest readable snapshot counts, and only when it was taken during
     // this boot: the first save after a restart is always written.
-    if (!files.empty() && files.front().date > bootTime()) {
+    if (!files.empty() && files.front().date > bootTime() && !differsFromLastWritten(files.front().url, digest)) {
         auto newest = readSnapshot(files.front().url);
-        // Compared as it would be written: a stray byte in a text is written as U+FFFD.
-        std::optional<Snapshot> written;
-        if (!textsAreValidUtf8(snapshot)) makeTextsValidUtf8(written.emplace(snapshot));
-        const Snapshot& compared = written ? *written : snapshot;
         if (newest && sameList(newest->apps, compared.apps)) return false;
     }
     std::filesystem::path url = supportDir() / fileName(snapshot.date);
@@ -278,6 +342,7 @@ bool save(const Snapshot& snapshot) {
     if (struct stat info {}; ::stat(url.c_str(), &info) == 0) {
         std::lock_guard guard(checkedLock);
         checkedFiles()[url] = Checked{identityOf(info), written};
+        lastWritten = Written{identityOf(info), digest};
     }
     // The folder as it is now: the new file, in place of any of the same name.
     std::erase_if(files, [&](const Dated& file) { return file.url == url; });

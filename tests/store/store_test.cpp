@@ -79,6 +79,23 @@ TEST_F(StoreTest, OnlyTheNewestSnapshotIsComparedWith) {
     EXPECT_EQ(Store::all().size(), 3u);
 }
 
+TEST_F(StoreTest, ANewestFileReplacedOrAddedByAnotherWriterIsComparedAsItIsNow) {
+    EXPECT_TRUE(Store::save(session(afterBoot(0))));
+    // The file just written is rewritten in place with other apps.
+    place(session(afterBoot(0), 1234.5));
+    EXPECT_FALSE(Store::save(session(afterBoot(60), 1234.5)));
+    // A newer file from elsewhere.
+    place(session(afterBoot(120), 7));
+    EXPECT_FALSE(Store::save(session(afterBoot(180), 7)));
+    EXPECT_EQ(names(), fileNamesOf({afterBoot(0), afterBoot(120)}));
+}
+
+TEST_F(StoreTest, ZeroAndMinusZeroAreTheSameFrame) {
+    EXPECT_TRUE(Store::save(session(afterBoot(0), 0.0)));
+    EXPECT_FALSE(Store::save(session(afterBoot(60), -0.0)));
+    EXPECT_EQ(names(), fileNamesOf({afterBoot(0)}));
+}
+
 TEST_F(StoreTest, TwoSavesInTheSameSecondLeaveOneFileWithTheSecond) {
     Date second = afterBoot(0);
     EXPECT_TRUE(Store::save(session(second + std::chrono::milliseconds(100))));
