@@ -246,8 +246,11 @@ public:
             return true;
         }
         out.items.reserve(list.size());
-        for (element item : list)
-            if (!text(item, itemsWhere.at(i++), out.items.emplace_back())) return false;
+        for (element item : list) {
+            std::string_view view;
+            if (!textView(item, itemsWhere.at(i++), view)) return false;
+            out.items.emplace_back(view);
+        }
         return true;
     }
 
