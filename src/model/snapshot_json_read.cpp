@@ -137,11 +137,21 @@ public:
         return value.get_array().get(out) == simdjson::SUCCESS || fail(where, "is not an array");
     }
 
-    template <size_t N>
-    bool optionalText(const Members<N>& members, size_t i, const Where& parent, std::optional<std::string>& out) {
+    // A member read with `read` when it is there and not null; nothing otherwise.
+    template <size_t N, typename T>
+    bool optional(const Members<N>& members, size_t i, const Where& parent, std::optional<T>& out,
+                  bool (Reader::*read)(element, const Where&, T&)) {
         element value;
         if (!optional(members, i, value)) return true;
-        return text(value, parent.child(members.keys[i]), out.emplace());
+        return (this->*read)(value, parent.child(members.keys[i]), out.emplace());
+    }
+
+    // A member that must be there, not null, and readable with `read`.
+    template <size_t N, typename T>
+    bool required(const Members<N>& members, size_t i, const Where& parent, T& out,
+                  bool (Reader::*read)(element, const Where&, T&)) {
+        element value;
+        return required(members, i, parent, value) && (this->*read)(value, parent.child(members.keys[i]), out);
     }
 
     bool frame(element value, const Where& where, Frame& out) {
@@ -150,45 +160,9 @@ public:
         if (!asObject(value, where, obj)) return false;
         Members members(obj, keys);
         double* fields[] = {&out.x, &out.y, &out.w, &out.h};
-        for (size_t i = 0; i < keys.size(); ++i) {
-            element number;
-            if (!required(members, i, where, number) || !this->number(number, where.child(keys[i]), *fields[i]))
-                return false;
-        }
+        for (size_t i = 0; i < keys.size(); ++i)
+            if (!required(members, i, where, *fields[i], &Reader::number)) return false;
         return true;
-    }
-
-    template <size_t N>
-    bool optionalFrame(const Members<N>& members, size_t i, const Where& parent, std::optional<Frame>& out) {
-        element value;
-        if (!optional(members, i, value)) return true;
-        return frame(value, parent.child(members.keys[i]), out.emplace());
-    }
-
-    template <size_t N>
-    bool optionalFlag(const Members<N>& members, size_t i, const Where& parent, std::optional<bool>& out) {
-        element value;
-        if (!optional(members, i, value)) return true;
-        return flag(value, parent.child(members.keys[i]), out.emplace());
-    }
-
-    template <size_t N>
-    bool optionalInteger(const Members<N>& members, size_t i, const Where& parent, std::optional<int64_t>& out) {
-        element value;
-        if (!optional(members, i, value)) return true;
-        return integer(value, parent.child(members.keys[i]), out.emplace());
-    }
-
-    template <size_t N>
-    bool requiredFlag(const Members<N>& members, size_t i, const Where& parent, bool& out) {
-        element value;
-        return required(members, i, parent, value) && flag(value, parent.child(members.keys[i]), out);
-    }
-
-    template <size_t N>
-    bool requiredText(const Members<N>& members, size_t i, const Where& parent, std::string& out) {
-        element value;
-        return required(members, i, parent, value) && text(value, parent.child(members.keys[i]), out);
     }
 
     bool window(element value, const Where& where, WindowState& out) {
@@ -199,14 +173,14 @@ public:
         object obj;
         if (!asObject(value, where, obj)) return false;
         Members members(obj, keys);
-        return optionalText(members, title, where, out.title) &&
-               optionalText(members, document, where, out.document) &&
-               optionalFrame(members, frame_, where, out.frame) &&
-               requiredFlag(members, minimized, where, out.minimized) &&
-               requiredFlag(members, fullScreen, where, out.fullScreen) &&
-               optionalInteger(members, workspace, where, out.workspace) &&
-               optionalFlag(members, maximizedHorizontally, where, out.maximizedHorizontally) &&
-               optionalFlag(members, maximizedVertically, where, out.maximizedVertically);
+        return optional(members, title, where, out.title, &Reader::text) &&
+               optional(members, document, where, out.document, &Reader::text) &&
+               optional(members, frame_, where, out.frame, &Reader::frame) &&
+               required(members, minimized, where, out.minimized, &Reader::flag) &&
+               required(members, fullScreen, where, out.fullScreen, &Reader::flag) &&
+               optional(members, workspace, where, out.workspace, &Reader::integer) &&
+               optional(members, maximizedHorizontally, where, out.maximizedHorizontally, &Reader::flag) &&
+               optional(members, maximizedVertically, where, out.maximizedVertically, &Reader::flag);
     }
 
     template <size_t N>
@@ -228,14 +202,13 @@ public:
         enum { frame_, items, activeIndex };
         static constexpr std::array<std::string_view, 3> keys{"frame", "items", "activeIndex"};
         object obj;
-        element itemsValue, activeIndexValue;
+        element itemsValue;
         simdjson::dom::array list;
         if (!asObject(value, where, obj)) return false;
         Members members(obj, keys);
-        if (!optionalFrame(members, frame_, where, out.frame) || !required(members, items, where, itemsValue) ||
-            !array(itemsValue, where.child("items"), list) ||
-            !required(members, activeIndex, where, activeIndexValue) ||
-            !integer(activeIndexValue, where.child("activeIndex"), out.activeIndex))
+        if (!optional(members, frame_, where, out.frame, &Reader::frame) ||
+            !required(members, items, where, itemsValue) || !array(itemsValue, where.child("items"), list) ||
+            !required(members, activeIndex, where, out.activeIndex, &Reader::integer))
             return false;
         Where itemsWhere = where.child("items");
         size_t i = 0;
@@ -274,47 +247,53 @@ public:
         return true;
     }
 
+    bool appKind(element value, const Where& where, AppKind& out) {
+        std::string_view name;
+        if (!textView(value, where, name)) return false;
+        auto parsed = appKindFrom(name);
+        if (!parsed) return fail(where, "is an unknown kind \"" + std::string(name) + "\"");
+        out = *parsed;
+        return true;
+    }
+
+    bool date(element value, const Where& where, Date& out) {
+        std::string_view text;
+        if (!textView(value, where, text)) return false;
+        auto parsed = isoDateFrom(text);
+        if (!parsed) return fail(where, "is not an ISO 8601 date: \"" + std::string(text) + "\"");
+        out = *parsed;
+        return true;
+    }
+
     bool app(element value, const Where& where, AppState& out) {
         enum { name, bundleID, bundlePath, kind, hidden, windows, scripted_, commandLine, workingDirectory };
         static constexpr std::array<std::string_view, 9> keys{
             "name",   "bundleID", "bundlePath",  "kind",  "hidden", "windows", "scripted", "commandLine",
             "workingDirectory"};
         object obj;
-        element kindValue;
-        std::string_view kindText;
         if (!asObject(value, where, obj)) return false;
         Members members(obj, keys);
-        if (!requiredText(members, name, where, out.name) || !optionalText(members, bundleID, where, out.bundleID) ||
-            !requiredText(members, bundlePath, where, out.bundlePath) || !required(members, kind, where, kindValue) ||
-            !textView(kindValue, where.child("kind"), kindText))
-            return false;
-        auto parsedKind = appKindFrom(kindText);
-        if (!parsedKind) return fail(where.child("kind"), "is an unknown kind \"" + std::string(kindText) + "\"");
-        out.kind = *parsedKind;
-        return requiredFlag(members, hidden, where, out.hidden) &&
+        return required(members, name, where, out.name, &Reader::text) &&
+               optional(members, bundleID, where, out.bundleID, &Reader::text) &&
+               required(members, bundlePath, where, out.bundlePath, &Reader::text) &&
+               required(members, kind, where, out.kind, &Reader::appKind) &&
+               required(members, hidden, where, out.hidden, &Reader::flag) &&
                list(members, windows, where, out.windows, &Reader::window) &&
                list(members, scripted_, where, out.scripted, &Reader::scripted) &&
                optionalTexts(members, commandLine, where, out.commandLine) &&
-               optionalText(members, workingDirectory, where, out.workingDirectory);
+               optional(members, workingDirectory, where, out.workingDirectory, &Reader::text);
     }
 
     bool snapshot(element root, Snapshot& out) {
-        enum { date, reason, frontmost, apps };
+        enum { date_, reason, frontmost, apps };
         static constexpr std::array<std::string_view, 4> keys{"date", "reason", "frontmost", "apps"};
         Where where;
         object obj;
-        element dateValue;
-        std::string_view dateText;
         if (!asObject(root, where, obj)) return false;
         Members members(obj, keys);
-        if (!required(members, date, where, dateValue) || !textView(dateValue, where.child("date"), dateText))
-            return false;
-        auto parsedDate = isoDateFrom(dateText);
-        if (!parsedDate)
-            return fail(where.child("date"), "is not an ISO 8601 date: \"" + std::string(dateText) + "\"");
-        out.date = *parsedDate;
-        return requiredText(members, reason, where, out.reason) &&
-               optionalText(members, frontmost, where, out.frontmost) &&
+        return required(members, date_, where, out.date, &Reader::date) &&
+               required(members, reason, where, out.reason, &Reader::text) &&
+               optional(members, frontmost, where, out.frontmost, &Reader::text) &&
                list(members, apps, where, out.apps, &Reader::app);
     }
 };
