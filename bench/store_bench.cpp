@@ -52,33 +52,61 @@ void StoreAll(benchmark::State& state) {
 }
 BENCHMARK(StoreAll)->Unit(benchmark::kMillisecond);
 
+// The folder's snapshot files, and one file's bytes read with one read into a
+// buffer carrying the parser's padding; the length read.
+std::vector<std::filesystem::path> folderFiles() {
+    std::vector<std::filesystem::path> files;
+    for (const auto& name : testing::fileNames(supportDir())) files.push_back(supportDir() / name);
+    return files;
+}
+size_t readPadded(const std::filesystem::path& file, std::string& buffer) {
+    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat info {};
+    ::fstat(fd, &info);
+    auto size = static_cast<size_t>(info.st_size);
+    if (buffer.size() < size + SnapshotDecoder::padding) buffer.resize(size + SnapshotDecoder::padding);
+    ssize_t n = ::read(fd, buffer.data(), size);
+    ::close(fd);
+    return n == static_cast<ssize_t>(size) ? size : 0;
+}
+
 // The floor under StoreAll: reading the same files' bytes (one read each, into
 // one padded buffer) and simdjson's parse of them, building nothing.
 void StoreAllFloor(benchmark::State& state) {
     size_t bytes = fillFolder();
-    std::vector<std::filesystem::path> files;
-    for (const auto& name : testing::fileNames(supportDir())) files.push_back(supportDir() / name);
+    auto files = folderFiles();
     simdjson::dom::parser parser;
     std::string buffer;
     for (auto _ : state) {
         size_t parsed = 0;
         for (const auto& file : files) {
-            int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-            struct stat info {};
-            ::fstat(fd, &info);
-            auto size = static_cast<size_t>(info.st_size);
-            if (buffer.size() < size + simdjson::SIMDJSON_PADDING) buffer.resize(size + simdjson::SIMDJSON_PADDING);
-            ssize_t n = ::read(fd, buffer.data(), size);
-            ::close(fd);
+            size_t size = readPadded(file, buffer);
             simdjson::dom::element root;
-            if (n == static_cast<ssize_t>(size) && parser.parse(buffer.data(), size, false).get(root) == simdjson::SUCCESS)
-                ++parsed;
+            if (size > 0 && parser.parse(buffer.data(), size, false).get(root) == simdjson::SUCCESS) ++parsed;
         }
         if (parsed != files.size()) state.SkipWithError("a file did not parse");
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
 }
 BENCHMARK(StoreAllFloor)->Unit(benchmark::kMillisecond);
+
+// The same files through every check the reader makes, building no records:
+// what the reading costs above the floor.
+void StoreAllChecks(benchmark::State& state) {
+    fillFolder();
+    auto files = folderFiles();
+    SnapshotDecoder decoder;
+    std::string buffer;
+    for (auto _ : state) {
+        size_t checked = 0;
+        for (const auto& file : files) {
+            size_t size = readPadded(file, buffer);
+            if (size > 0 && decoder.datePadded(std::string_view(buffer.data(), size))) ++checked;
+        }
+        if (checked != files.size()) state.SkipWithError("a file did not pass the checks");
+    }
+}
+BENCHMARK(StoreAllChecks)->Unit(benchmark::kMillisecond);
 
 // What owning records cost above the floor, whatever reads them: copying the
 // eleven snapshots' records, every text and list allocated and then freed, as

@@ -42,10 +42,16 @@ struct Members {
     std::array<element, N> values{};
     std::array<bool, N> present{};
 
+    // Most keys differ in length or first letter, which is cheaper to see than
+    // calling memcmp; none of the known keys is empty.
+    static bool same(std::string_view known, std::string_view key) {
+        return known.size() == key.size() && known.front() == key.front() && known.substr(1) == key.substr(1);
+    }
+
     Members(object obj, const std::array<std::string_view, N>& names) : keys(names) {
         for (simdjson::dom::key_value_pair member : obj)
             for (size_t i = 0; i < N; ++i)
-                if (!present[i] && keys[i] == member.key) {
+                if (!present[i] && same(keys[i], member.key)) {
                     values[i] = member.value;
                     present[i] = true;
                     break;
