@@ -7,11 +7,42 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 namespace tarnwick {
 
 namespace {
+
+// How each ASCII character is written inside a string, and what a byte that
+// starts no UTF-8 sequence becomes.
+constexpr std::string_view replacement = "\xEF\xBF\xBD";
+struct Escapes {
+    using Form = std::array<char, 8>;
+    std::array<Form, 128> text{};
+    std::array<unsigned char, 128> length{};
+};
+constexpr Escapes escapes = [] {
+    Escapes table{};
+    auto set = [&table](unsigned char c, std::string_view form) {
+        for (size_t k = 0; k < form.size(); ++k) table.text[c][k] = form[k];
+        table.length[c] = static_cast<unsigned char>(form.size());
+    };
+    constexpr char hex[] = "0123456789abcdef";
+    for (unsigned c = 0; c < 0x80; ++c) {
+        auto ch = static_cast<unsigned char>(c);
+        if (c < 0x20) {
+            const char form[] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xF]};
+            set(ch, {form, sizeof form});
+        } else {
+            const char form[] = {static_cast<char>(c)};
+            set(ch, {form, 1});
+        }
+    }
+    set('"', "\\\""), set('\\', "\\\\"), set('/', "\\/");
+    set('\b', "\\b"), set('\f', "\\f"), set('\n', "\\n"), set('\r', "\\r"), set('\t', "\\t");
+    return table;
+}();
 
 class Writer {
 public:
@@ -43,28 +74,39 @@ public:
     // Starts an array element.
     void element() { nextItem(); }
 
-    // Copies runs of characters that need no escape in one step each.
+    // Writes through a pointer into a buffer on the stack, flushed to the output
+    // when nearly full: a URL holds many "/", each written "\/", and appending
+    // piece by piece costs more than the escaping. Each ASCII character copies
+    // its whole eight-byte table entry and moves on by the length of its form.
     void string(std::string_view s) {
-        out += '"';
-        size_t run = 0;
+        char buffer[1024];
+        char* p = buffer;
+        char* const last = buffer + sizeof buffer - sizeof(Escapes::Form);
+        *p++ = '"';
         for (size_t i = 0; i < s.size();) {
+            if (p > last) {
+                out.append(buffer, p);
+                p = buffer;
+            }
             auto c = static_cast<unsigned char>(s[i]);
-            if (c < 0x80 && plain[c]) {
+            if (c < 0x80) {
+                std::memcpy(p, escapes.text[c].data(), sizeof(Escapes::Form));
+                p += escapes.length[c];
                 ++i;
-                continue;
+            } else if (size_t n = utf8SequenceLength(s, i); n > 0) {
+                std::memcpy(p, s.data() + i, n);
+                p += n;
+                i += n;
+            } else {
+                // Text from outside should already be UTF-8; a stray byte
+                // becomes U+FFFD so the file stays readable.
+                std::memcpy(p, replacement.data(), replacement.size());
+                p += replacement.size();
+                ++i;
             }
-            if (c >= 0x80) {
-                if (size_t n = utf8SequenceLength(s, i); n > 0) {
-                    i += n;
-                    continue;
-                }
-            }
-            out.append(s, run, i - run);
-            escape(c);
-            run = ++i;
         }
-        out.append(s, run, s.size() - run);
-        out += '"';
+        *p++ = '"';
+        out.append(buffer, p);
     }
     void boolean(bool b) { out += b ? "true" : "false"; }
     void integer(int64_t v) {
@@ -81,41 +123,11 @@ public:
         char buffer[32];
         out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, v).ptr);
     }
-    void escape(unsigned char c) {
-        switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '/': out += "\\/"; break;
-            case '\b': out += "\\b"; break;
-            case '\f': out += "\\f"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
-            default:
-                if (c < 0x20) {
-                    static const char hex[] = "0123456789abcdef";
-                    out += "\\u00";
-                    out += hex[(c >> 4) & 0xF];
-                    out += hex[c & 0xF];
-                } else {
-                    // Text from outside should already be UTF-8; a stray byte
-                    // becomes U+FFFD so the file stays readable.
-                    out += "\xEF\xBF\xBD";
-                }
-        }
-    }
     void fail(std::string reason) {
         if (error.empty()) error = std::move(reason);
     }
 
 private:
-    // ASCII characters written as they are.
-    static constexpr auto plain = [] {
-        std::array<bool, 128> table{};
-        for (unsigned c = 0x20; c < 0x80; ++c) table[c] = c != '"' && c != '\\' && c != '/';
-        return table;
-    }();
-
     struct Level {
         size_t count = 0;
         std::string_view lastKey;

@@ -1,6 +1,7 @@
 // The JSON file form: exact layout, strict reading, and round trips.
 #include "model/iso_date.h"
 #include "model/snapshot_json.h"
+#include "model/utf8.h"
 #include "support/snapshot_gen.h"
 
 #include <gtest/gtest.h>
@@ -143,6 +144,26 @@ TEST(SnapshotJson, InvalidUtf8IsWrittenAsReplacementCharacter) {
     auto back = decodeSnapshot(*text);
     ASSERT_TRUE(back);
     EXPECT_EQ(back->reason, "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
+}
+
+TEST(SnapshotJson, LongTextsAreWrittenWhole) {
+    // Texts far longer than the writer's working buffer, in every mix of forms,
+    // at every offset against its edge.
+    const std::string piece = std::string("a/\x01\xC3\xA9\xFF\"") + std::string(1, '\0');
+    const std::string written = R"(a\/\u0001)" "\xC3\xA9" "\xEF\xBF\xBD" R"(\"\u0000)";
+    for (size_t lead = 0; lead < 7; ++lead) {
+        Snapshot s = exampleSnapshot();
+        s.reason = std::string(lead, 'x');
+        std::string expected = "\"reason\" : \"" + s.reason;
+        for (int i = 0; i < 700; ++i) s.reason += piece, expected += written;
+        expected += "\"";
+        auto text = encodeSnapshot(s);
+        ASSERT_TRUE(text);
+        EXPECT_NE(text->find(expected), std::string::npos) << lead;
+        auto back = decodeSnapshot(*text);
+        ASSERT_TRUE(back);
+        EXPECT_EQ(back->reason, validUtf8(s.reason));
+    }
 }
 
 TEST(SnapshotJson, NonFiniteNumberMakesEncodingFail) {
