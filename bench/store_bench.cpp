@@ -109,8 +109,8 @@ void StoreAllChecks(benchmark::State& state) {
 BENCHMARK(StoreAllChecks)->Unit(benchmark::kMillisecond);
 
 // What owning records cost above the floor, whatever reads them: copying the
-// eleven snapshots' records, every text and list allocated and then freed, as
-// a listing's are. A listing can be no faster than the floor plus this.
+// eleven snapshots' records, their texts, lists and tab buffers allocated and
+// then freed, as a listing's are. A listing can be no faster than the floor plus this.
 void StoreAllRecords(benchmark::State& state) {
     std::vector<Snapshot> snapshots;
     for (int i = 0; i < 10; ++i) snapshots.push_back(heavy(3600 + i));

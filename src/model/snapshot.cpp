@@ -3,10 +3,12 @@
 
 #include "model/utf8.h"
 
+#include <algorithm>
+
 namespace tarnwick {
 
 bool ScriptedWindow::operator==(const ScriptedWindow& other) const {
-    return frame == other.frame && sameList(items, other.items) && activeIndex == other.activeIndex;
+    return frame == other.frame && items == other.items && activeIndex == other.activeIndex;
 }
 
 bool AppState::operator==(const AppState& other) const {
@@ -41,9 +43,10 @@ std::string Snapshot::summary() const {
 
 namespace {
 
-// Calls f on every text of the snapshot, stopping when it returns false.
+// Calls f on every text held as a string of its own (every text but the tabs),
+// stopping when it returns false.
 template <class S, class F>
-bool eachText(S& snapshot, F f) {
+bool eachString(S& snapshot, F f) {
     auto optional = [&](auto& text) { return !text || f(*text); };
     if (!f(snapshot.reason) || !optional(snapshot.frontmost)) return false;
     for (auto& app : snapshot.apps) {
@@ -54,24 +57,36 @@ bool eachText(S& snapshot, F f) {
                 if (!f(word)) return false;
         for (auto& window : app.windows)
             if (!optional(window.title) || !optional(window.document)) return false;
-        for (auto& window : app.scripted)
-            for (auto& item : window.items)
-                if (!f(item)) return false;
     }
     return true;
 }
 
+bool allValid(const TextList& texts) { return std::all_of(texts.begin(), texts.end(), isValidUtf8); }
+
 }  // namespace
 
 bool textsAreValidUtf8(const Snapshot& snapshot) {
-    return eachText(snapshot, [](const std::string& text) { return isValidUtf8(text); });
+    if (!eachString(snapshot, [](const std::string& text) { return isValidUtf8(text); })) return false;
+    for (const AppState& app : snapshot.apps)
+        if (!std::all_of(app.scripted.begin(), app.scripted.end(),
+                         [](const ScriptedWindow& window) { return allValid(window.items); }))
+            return false;
+    return true;
 }
 
 void makeTextsValidUtf8(Snapshot& snapshot) {
-    eachText(snapshot, [](std::string& text) {
+    eachString(snapshot, [](std::string& text) {
         if (!isValidUtf8(text)) text = validUtf8(text);
         return true;
     });
+    // A window's tabs share one buffer, so a window with a broken tab is rebuilt whole.
+    for (AppState& app : snapshot.apps)
+        for (ScriptedWindow& window : app.scripted) {
+            if (allValid(window.items)) continue;
+            TextList fixed;
+            for (std::string_view item : window.items) fixed.push_back(validUtf8(item));
+            window.items = std::move(fixed);
+        }
 }
 
 }  // namespace tarnwick

@@ -3,6 +3,7 @@
 
 #include "model/app_kind.h"
 #include "model/frame.h"
+#include "model/text_list.h"
 
 #include <chrono>
 #include <cstdint>
@@ -34,7 +35,7 @@ struct WindowState {
 // One window of a scriptable application: tabs, folders or terminal directories.
 struct ScriptedWindow {
     std::optional<Frame> frame;
-    std::vector<std::string> items;
+    TextList items;
     // As the script reported it, counted from 1; never clamped to the items.
     int64_t activeIndex = 1;
 

@@ -216,20 +216,17 @@ public:
             !required(members, items, where, itemsValue) || !array(itemsValue, where.child("items"), list) ||
             !required(members, activeIndex, where, out.activeIndex, &Reader::integer))
             return false;
+        // Checked first, which also gives their size, so that the list's buffer is allocated once.
         Where itemsWhere = where.child("items");
-        size_t i = 0;
-        if (!build) {
-            std::string_view ignored;
-            for (element item : list)
-                if (!textView(item, itemsWhere.at(i++), ignored)) return false;
-            return true;
-        }
-        out.items.reserve(list.size());
+        size_t i = 0, bytes = 0;
         for (element item : list) {
             std::string_view view;
             if (!textView(item, itemsWhere.at(i++), view)) return false;
-            out.items.emplace_back(view);
+            bytes += view.size();
         }
+        if (!build) return true;
+        out.items.reserve(i, bytes);
+        for (element item : list) out.items.push_back(item.get_string().value_unsafe());
         return true;
     }
 

@@ -212,7 +212,7 @@ void writeApp(Writer& w, const AppState& app) {
 // About the size of the file: the texts (with room for escaped slashes) and the
 // fixed text around each record at its indentation, so that the output rarely grows.
 size_t estimatedSize(const Snapshot& snapshot) {
-    auto text = [](const std::string& t) { return t.size() + t.size() / 8 + 16; };
+    auto text = [](std::string_view t) { return t.size() + t.size() / 8 + 16; };
     auto optionalText = [&](const std::optional<std::string>& t) { return t ? text(*t) + 24 : 0; };
     size_t size = 256 + optionalText(snapshot.frontmost) + text(snapshot.reason);
     for (const AppState& app : snapshot.apps) {
@@ -224,7 +224,7 @@ size_t estimatedSize(const Snapshot& snapshot) {
             size += 200 + optionalText(window.title) + optionalText(window.document) + (window.frame ? 120 : 0);
         for (const ScriptedWindow& window : app.scripted) {
             size += 120 + (window.frame ? 120 : 0);
-            for (const std::string& item : window.items) size += text(item);
+            for (std::string_view item : window.items) size += text(item);
         }
     }
     return size;

@@ -154,7 +154,7 @@ std::optional<std::vector<ScriptedWindow>> captureTerminal() {
     // The script can only say which tty each window shows; its shell says where it is.
     std::vector<ScriptedWindow> result;
     for (const auto& window : *windows)
-        if (auto directory = cwdOfTTY(window.items.front()))
+        if (auto directory = cwdOfTTY(std::string(window.items.front())))
             result.push_back(ScriptedWindow{window.frame, {*directory}, 1});
     return result;
 }

@@ -55,7 +55,7 @@ std::optional<std::vector<ScriptedWindow>> parseWindows(const std::optional<std:
             }
             windows.push_back(std::move(window));
         } else if (tag == "T" && field2 && !field2->empty() && !windows.empty()) {
-            windows.back().items.emplace_back(*field2);
+            windows.back().items.push_back(*field2);
         }
     }
     std::erase_if(windows, [](const ScriptedWindow& w) { return w.items.empty(); });

@@ -15,15 +15,15 @@ std::string boundsBlock(const ScriptedWindow& window, std::string_view target = 
     return "try\nset bounds of " + std::string(target) + " to " + window.frame->appleScriptBounds() + "\nend try\n";
 }
 
-std::vector<std::string> nonEmpty(const std::vector<std::string>& items) {
+std::vector<std::string> nonEmpty(const TextList& items) {
     std::vector<std::string> result;
-    for (const auto& item : items)
-        if (!item.empty()) result.push_back(item);
+    for (std::string_view item : items)
+        if (!item.empty()) result.emplace_back(item);
     return result;
 }
 
 // The command a new shell runs: go to the directory, then clear the screen.
-std::string terminalCommand(const std::string& directory) { return asq("cd " + shq(directory) + " && clear"); }
+std::string terminalCommand(std::string_view directory) { return asq("cd " + shq(directory) + " && clear"); }
 
 thread_local DryRun* dryRun = nullptr;
 
@@ -88,7 +88,7 @@ std::optional<std::string> restoreTerminalScript(const ScriptedWindow& window, b
 }
 
 std::string restoreITermScript(const ScriptedWindow& window, const std::string& homeDirectory) {
-    std::vector<std::string> directories = window.items;
+    std::vector<std::string> directories = window.items.strings();
     if (directories.empty()) directories.push_back(homeDirectory);
     std::string script =
         "tell application id \"com.googlecode.iterm2\"\nset w to (create window with default profile)\n"
@@ -126,11 +126,12 @@ bool restoreSafari(const ScriptedWindow& window) {
 }
 
 bool restoreFinder(const ScriptedWindow& window) {
-    return open(restoreFinderScript(window), 20, "a window of " + (window.items.empty() ? "" : window.items.front()));
+    std::string folder = window.items.empty() ? "" : std::string(window.items.front());
+    return open(restoreFinderScript(window), 20, "a window of " + folder);
 }
 
 bool restoreTerminal(const ScriptedWindow& window, bool reuseFrontWindow) {
-    std::string where = window.items.empty() ? "" : " in " + window.items.front();
+    std::string where = window.items.empty() ? "" : " in " + std::string(window.items.front());
     return open(restoreTerminalScript(window, reuseFrontWindow), 20, "a window" + where);
 }
 

@@ -19,18 +19,21 @@ constexpr double browserSettle = 2.0;
 constexpr double firstWindowWait = 12.0;
 constexpr double newWindowWait = 10.0;
 
-std::set<std::string> itemsOf(const std::optional<std::vector<ScriptedWindow>>& windows) {
-    std::set<std::string> items;
+// The items the windows show, searched with a view of a saved item, which is not copied for it.
+using Items = std::set<std::string, std::less<>>;
+Items itemsOf(const std::optional<std::vector<ScriptedWindow>>& windows) {
+    Items items;
     if (windows)
-        for (const ScriptedWindow& window : *windows) items.insert(window.items.begin(), window.items.end());
+        for (const ScriptedWindow& window : *windows)
+            for (std::string_view item : window.items) items.emplace(item);
     return items;
 }
 
 void restoreFinder(const AppState& app, Result& result) {
-    std::set<std::string> open = itemsOf(Scripts::captureFinder());
+    Items open = itemsOf(Scripts::captureFinder());
     for (const ScriptedWindow& saved : app.scripted) {
         if (saved.items.empty()) continue;
-        const std::string& path = saved.items.front();
+        std::string path(saved.items.front());
         if (open.count(path)) continue;
         if (!platform().fileExists(path)) {
             result.problems.push_back("Finder: " + path + " no longer exists");
@@ -46,18 +49,18 @@ void restoreTerminal(const AppState& app, bool launched, Result& result) {
     if (launched) platform().sleep(terminalSettle);
     bool terminal = app.kind == AppKind::terminal;
     auto current = terminal ? Scripts::captureTerminal() : Scripts::captureITerm();
-    std::set<std::string> open = itemsOf(current);
+    Items open = itemsOf(current);
     // A Terminal we just launched shows one fresh window at home: the first
     // saved window goes into it instead of leaving it beside the restored ones.
     bool reuse = terminal && launched && current && current->size() == 1 &&
-                 current->front().items == std::vector<std::string>{platform().homeDirectory()};
+                 current->front().items == TextList{platform().homeDirectory()};
     for (const ScriptedWindow& saved : app.scripted) {
         bool reuseThis = reuse;
         reuse = false;
         if (!reuseThis) {
             if (saved.items.empty()) continue;
             bool allOpen = true;
-            for (const std::string& item : saved.items) allOpen = allOpen && open.count(item) > 0;
+            for (std::string_view item : saved.items) allOpen = allOpen && open.count(item) > 0;
             if (allOpen) continue;
         }
         bool opened = terminal ? Scripts::restoreTerminal(saved, reuseThis) : Scripts::restoreITerm(saved);
@@ -73,12 +76,12 @@ void restoreBrowser(const AppState& app, bool launched, Result& result) {
     const std::string& bundleID = *app.bundleID;
     bool safari = app.kind == AppKind::safari;
     if (launched) platform().sleep(browserSettle);
-    std::set<std::string> open = itemsOf(safari ? Scripts::captureSafari() : Scripts::captureChromium(bundleID));
+    Items open = itemsOf(safari ? Scripts::captureSafari() : Scripts::captureChromium(bundleID));
 
     std::vector<const ScriptedWindow*> chosen;
     for (const ScriptedWindow& saved : app.scripted) {
         std::int64_t tabs = 0, alreadyOpen = 0;
-        for (const std::string& item : saved.items) {
+        for (std::string_view item : saved.items) {
             if (item.empty()) continue;
             tabs += 1;
             alreadyOpen += open.count(item) > 0;

@@ -179,7 +179,12 @@ public:
     std::uint64_t value = 0x243f6a8885a308d3;
 
     void add(std::uint64_t v) { value = (std::rotl(value, 5) ^ v) * 0x9e3779b97f4a7c15; }
-    void add(const std::string& text) { add(static_cast<std::uint64_t>(std::hash<std::string_view>{}(text))); }
+    void add(std::string_view text) { add(static_cast<std::uint64_t>(std::hash<std::string_view>{}(text))); }
+    void add(const std::string& text) { add(std::string_view(text)); }
+    void add(const TextList& texts) {
+        add(std::uint64_t{texts.size()});
+        for (std::string_view text : texts) add(text);
+    }
     void add(double d) { add(std::bit_cast<std::uint64_t>(d == 0 ? 0.0 : d)); }
     void add(const Frame& f) {
         for (double d : {f.x, f.y, f.w, f.h}) add(d);

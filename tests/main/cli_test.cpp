@@ -73,8 +73,8 @@ TEST_F(CliTest, CapturePrintsTheFileFormThatDecodesAndTheSummaryLine) {
     EXPECT_EQ(snapshot->apps[0].windows.size(), 2u);
     EXPECT_TRUE(snapshot->apps[0].windows[1].minimized);
     EXPECT_EQ(snapshot->apps[1].scripted.size(), 2u);
-    EXPECT_EQ(snapshot->apps[2].scripted[0].items, std::vector<std::string>{"/Users/tester/Documents/"});
-    EXPECT_EQ(snapshot->apps[3].scripted[0].items, std::vector<std::string>{"/Users/tester/src"});
+    EXPECT_EQ(snapshot->apps[2].scripted[0].items, TextList{"/Users/tester/Documents/"});
+    EXPECT_EQ(snapshot->apps[3].scripted[0].items, TextList{"/Users/tester/src"});
     EXPECT_EQ(finished.err, snapshot->summary() + "; accessibility on\n");
     EXPECT_EQ(finished.err, "4 apps · 6 windows · 3 tabs; accessibility on\n");
     // No snapshot file and no log line.

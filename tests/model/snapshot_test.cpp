@@ -12,7 +12,8 @@ namespace {
 AppState app(AppKind kind, size_t windows, std::vector<size_t> itemsPerScripted) {
     AppState state{"App", "com.example", "/Applications/App.app", kind, false, {}, {}};
     for (size_t i = 0; i < windows; ++i) state.windows.push_back({"w", std::nullopt, Frame{0, 0, 1, 1}, false, false});
-    for (size_t n : itemsPerScripted) state.scripted.push_back({std::nullopt, std::vector<std::string>(n, "x"), 1});
+    for (size_t n : itemsPerScripted)
+        state.scripted.push_back({std::nullopt, TextList(std::vector<std::string>(n, "x")), 1});
     return state;
 }
 
@@ -140,7 +141,7 @@ TEST(Utf8Repair, EveryTextOfASnapshotIsReachedAndValidOnesStay) {
     EXPECT_EQ(snapshot.apps[0].bundlePath, "p" + fixed);
     EXPECT_EQ(snapshot.apps[0].windows[0].title, "t" + fixed);
     EXPECT_EQ(snapshot.apps[0].windows[0].document, "d" + fixed);
-    EXPECT_EQ(snapshot.apps[1].scripted[0].items, (std::vector<std::string>{"valid", "i" + fixed}));
+    EXPECT_EQ(snapshot.apps[1].scripted[0].items, (TextList{"valid", "i" + fixed}));
     EXPECT_EQ(snapshot.apps[1].bundleID, std::nullopt);
 }
 

@@ -41,7 +41,7 @@ TEST_F(SimScriptsTest, ChromiumCaptureListsWindowsFrontToBackWithoutIncognito) {
 
     ASSERT_TRUE(windows);
     ASSERT_EQ(windows->size(), 2u);
-    EXPECT_EQ((*windows)[0].items, std::vector<std::string>{"https://c.example/"});
+    EXPECT_EQ((*windows)[0].items, TextList{"https://c.example/"});
     EXPECT_EQ((*windows)[1], (ScriptedWindow{Frame{10, 30, 800, 600}, {"https://a.example/", "https://b.example/"}, 2}));
     EXPECT_EQ(desktop.scriptRunsOf("captureChromium"), 1);
 }
@@ -104,7 +104,7 @@ TEST_F(SimScriptsTest, TerminalWindowsCdIntoTheirFolderAndAreFoundThroughPsAndLs
 
     ASSERT_TRUE(windows);
     ASSERT_EQ(windows->size(), 2u);
-    EXPECT_EQ((*windows)[0].items, std::vector<std::string>{"/Users/tester"});
+    EXPECT_EQ((*windows)[0].items, TextList{"/Users/tester"});
     EXPECT_EQ((*windows)[1], (ScriptedWindow{Frame{0, 25, 600, 400}, {"/Users/tester/it's here"}, 1}));
     EXPECT_EQ(desktop.calls("tool:ps"), 2);
     EXPECT_EQ(desktop.calls("tool:lsof"), 2);

@@ -111,7 +111,7 @@ TEST_F(CaptureTest, ChromiumListing) {
 
 TEST_F(CaptureTest, EachKindSendsItsOwnScript) {
     answer("W\t0;0;10;10\t1\nT\t/Users/someone/\n");
-    EXPECT_EQ(Scripts::captureFinder()->front().items, std::vector<std::string>{"/Users/someone/"});
+    EXPECT_EQ(Scripts::captureFinder()->front().items, TextList{"/Users/someone/"});
     EXPECT_EQ(received(), "set tb to character id 9\n" + Scripts::captureFinderScript());
     EXPECT_EQ(Scripts::captureSafari()->size(), 1u);
     EXPECT_EQ(received(), "set tb to character id 9\n" + Scripts::captureSafariScript());

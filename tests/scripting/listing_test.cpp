@@ -58,7 +58,7 @@ TEST(ParseWindows, WindowWithoutItemsIsDropped) {
 }
 
 TEST(ParseWindows, ItemKeepsTextBeforeATab) {
-    EXPECT_EQ(parse("W\nT\tfirst\tsecond\tthird\n")[0].items, std::vector<std::string>{"first"});
+    EXPECT_EQ(parse("W\nT\tfirst\tsecond\tthird\n")[0].items, TextList{"first"});
 }
 
 TEST(ParseWindows, BlankLinesAndTrailingLineFeedChangeNothing) {
@@ -67,17 +67,17 @@ TEST(ParseWindows, BlankLinesAndTrailingLineFeedChangeNothing) {
     EXPECT_EQ(parse("\n\n" + listing + "\n"), expected);
     EXPECT_EQ(parse("W\t0;25;1440;900\t3\n\nT\ta\n\n\nT\tb\nW\t\t1\nT\tc\n\n"), expected);
     ASSERT_EQ(expected.size(), 2u);
-    EXPECT_EQ(expected[0].items, (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(expected[0].items, (TextList{"a", "b"}));
 }
 
 TEST(ParseWindows, TagsAreCaseSensitiveAndStandAlone) {
     EXPECT_TRUE(parse("w\t\t1\nT\tx\n").empty());
     EXPECT_TRUE(parse("W \t\t1\nT\tx\n").empty());
-    EXPECT_EQ(parse("W\nt\tx\nTT\ty\nT\tz\n")[0].items, std::vector<std::string>{"z"});
+    EXPECT_EQ(parse("W\nt\tx\nTT\ty\nT\tz\n")[0].items, TextList{"z"});
 }
 
 TEST(ParseWindows, CarriageReturnsAreNotLineBreaks) {
-    EXPECT_EQ(parse("W\nT\ta\r\n")[0].items, std::vector<std::string>{"a\r"});
+    EXPECT_EQ(parse("W\nT\ta\r\n")[0].items, TextList{"a\r"});
 }
 
 }  // namespace

@@ -162,7 +162,7 @@ TEST_F(SessionCaptureTest, FinderWithOneWindowIsRecordedWithThatWindow) {
     EXPECT_EQ(finder.kind, AppKind::finder);
     ASSERT_EQ(finder.scripted.size(), 1u);
     EXPECT_EQ(finder.scripted[0].frame, (Frame{100, 80, 920, 480}));
-    EXPECT_EQ(finder.scripted[0].items, (std::vector<std::string>{"/Users/tester/Documents/"}));
+    EXPECT_EQ(finder.scripted[0].items, (TextList{"/Users/tester/Documents/"}));
     EXPECT_EQ(finder.scripted[0].activeIndex, 1);
 }
 
@@ -183,7 +183,7 @@ TEST_F(SessionCaptureTest, ScriptedApplicationsNeverCarryAccessibilityWindows) {
     EXPECT_EQ(find(snapshot, "Google Chrome")->kind, AppKind::chromium);
     ASSERT_EQ(find(snapshot, "Google Chrome")->scripted.size(), 1u);
     EXPECT_EQ(find(snapshot, "Google Chrome")->scripted[0].items,
-              (std::vector<std::string>{"https://example.com/", "https://example.org/"}));
+              (TextList{"https://example.com/", "https://example.org/"}));
     EXPECT_EQ(find(snapshot, "Google Chrome")->scripted[0].activeIndex, 2);
     EXPECT_EQ(find(snapshot, "Safari")->scripted.size(), 1u);
     // Terminal's script printed nothing: no windows, but the app is recorded.

@@ -32,7 +32,7 @@ AppState recorded(AppKind kind, std::optional<std::string> bundleID, std::string
 }
 
 ScriptedWindow scripted(std::vector<std::string> items, std::optional<Frame> frame = std::nullopt) {
-    return ScriptedWindow{frame, std::move(items), 1};
+    return ScriptedWindow{frame, TextList(items), 1};
 }
 
 class RestoreRunTest : public ::testing::Test {

@@ -60,7 +60,7 @@ AppState promised(AppState app) {
     std::sort(app.windows.begin(), app.windows.end(),
               [&](const WindowState& a, const WindowState& b) { return windowKey(a) < windowKey(b); });
     std::sort(app.scripted.begin(), app.scripted.end(),
-              [](const ScriptedWindow& a, const ScriptedWindow& b) { return a.items < b.items; });
+              [](const ScriptedWindow& a, const ScriptedWindow& b) { return a.items.strings() < b.items.strings(); });
     return app;
 }
 
