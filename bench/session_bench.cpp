@@ -75,6 +75,9 @@ public:
         return timed([&] { return inner_.launch(r, t, s); });
     }
     bool separateInstances() override { return timed([&] { return inner_.separateInstances(); }); }
+    bool opensRecordedApplications() override {
+        return timed([&] { return inner_.opensRecordedApplications(); });
+    }
     bool openNewWindow(const App& app, ErrorSink onError) override {
         return timed([&] { return inner_.openNewWindow(app, std::move(onError)); });
     }

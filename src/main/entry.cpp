@@ -6,6 +6,7 @@
 #include "model/snapshot_json.h"
 #include "session/capture.h"
 #include "session/restore.h"
+#include "store/signing.h"
 #include "store/unique_fd.h"
 
 #include <algorithm>
@@ -58,10 +59,15 @@ void printLine(std::FILE* out, const std::string& text) {
 Choice choose(const std::vector<std::string>& arguments) {
     for (const std::string& argument : arguments)
         if (argument == "--capture") return Choice{Mode::capture, {}};
+    const bool trust = std::find(arguments.begin(), arguments.end(), "--trust") != arguments.end();
     for (size_t i = 0; i < arguments.size(); ++i)
         if (arguments[i] == "--restore") {
             // "--restore" as the last argument asks for nothing: start normally.
-            if (i + 1 < arguments.size()) return Choice{Mode::restore, arguments[i + 1]};
+            if (i + 1 < arguments.size()) {
+                Choice choice{Mode::restore, arguments[i + 1]};
+                choice.trust = trust;
+                return choice;
+            }
             break;
         }
     // A word after "--save" or "--diff" is its reason or snapshot, unless it is another option.
@@ -83,7 +89,11 @@ Choice choose(const std::vector<std::string>& arguments) {
             if (auto reason = word(i); !reason.empty()) choice.reason = reason;
             return choice;
         }
-        if (argument == "--diff") return Choice{Mode::diff, word(i)};
+        if (argument == "--diff") {
+            Choice choice{Mode::diff, word(i)};
+            choice.trust = trust;
+            return choice;
+        }
     }
     return Choice{Mode::application, {}};
 }
@@ -91,7 +101,10 @@ Choice choose(const std::vector<std::string>& arguments) {
 int captureMode(std::FILE* out, std::FILE* err) {
     Snapshot snapshot = Capture::snapshot("cli");
     std::string reason;
-    auto json = encodeSnapshot(snapshot, &reason);
+    // Signed like the store's files: what this Tarnwick printed is its own to restore.
+    std::optional<Snapshot> repaired;
+    if (!textsAreValidUtf8(snapshot)) makeTextsValidUtf8(repaired.emplace(snapshot));
+    auto json = encodeSnapshot(snapshot, Signing::signatureOf(repaired ? *repaired : snapshot), &reason);
     if (!json) fatal("cannot encode the snapshot: " + reason);
     printLine(out, *json);
     // What lets the capture see windows: the window manager on X11, Accessibility on a Mac.
@@ -109,6 +122,7 @@ std::optional<Snapshot> readSnapshotFile(const std::string& path) {
     std::string reason;
     auto snapshot = decodeSnapshot(*text, &reason);
     if (!snapshot) fatal(path + " is not a snapshot: " + reason);
+    Signing::judge(*snapshot);
     return snapshot;
 }
 
@@ -129,6 +143,8 @@ std::optional<int> beforeDesktop(const Choice& choice, std::optional<Snapshot>& 
         case Mode::diff: {
             std::string why;
             target = namedSnapshot(choice.path, why);
+            // The user vouches for the file: what it names may be started.
+            if (target && choice.trust) target->trusted = true;
             if (target) return std::nullopt;
             printLine(stderr, "tarnwick: " + why);
             return 1;

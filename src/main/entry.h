@@ -28,6 +28,9 @@ struct Choice {
     std::string path;
     std::string reason = "cli";  // save
     bool json = false;           // list: a machine-readable form
+    // restore, diff: start the command lines and programs the snapshot names
+    // even when this user's Tarnwick did not save it ("--trust").
+    bool trust = false;
 };
 
 // Reads the process arguments, the program's own path first. "--capture"

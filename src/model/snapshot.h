@@ -67,6 +67,13 @@ struct Snapshot {
     std::string reason;
     std::optional<std::string> frontmost;
     std::vector<AppState> apps;
+    // Linux: the signature this user's Tarnwick puts on the launch data of what
+    // it writes (the "signature" key). Absent on a Mac and in foreign files.
+    std::optional<std::string> signature = std::nullopt;
+    // Whether a restore may start the command lines and executable files the
+    // snapshot names. A session this process captured is its own; a file read
+    // back earns it only by a signature made with this user's key.
+    bool trusted = true;
 
     // Accessibility windows of generic apps plus scripted windows of the others.
     int64_t windowCount() const;

@@ -15,6 +15,9 @@ namespace tarnwick {
 // the date as ISO 8601 UTC with whole seconds. Fails (nothing, with the reason
 // in `error`) on a NaN or infinite number or a date that cannot be written.
 std::optional<std::string> encodeSnapshot(const Snapshot& snapshot, std::string* error = nullptr);
+// The same with this signature in place of the snapshot's own.
+std::optional<std::string> encodeSnapshot(const Snapshot& snapshot, const std::optional<std::string>& signature,
+                                          std::string* error = nullptr);
 
 // A text as a JSON string, quotes included, escaped as the file form escapes.
 std::string jsonString(std::string_view text);

@@ -288,8 +288,8 @@ public:
     }
 
     bool snapshot(element root, Snapshot& out) {
-        enum { date_, reason, frontmost, apps };
-        static constexpr std::array<std::string_view, 4> keys{"date", "reason", "frontmost", "apps"};
+        enum { date_, reason, frontmost, apps, signature };
+        static constexpr std::array<std::string_view, 5> keys{"date", "reason", "frontmost", "apps", "signature"};
         Where where;
         object obj;
         if (!asObject(root, where, obj)) return false;
@@ -297,7 +297,8 @@ public:
         return required(members, date_, where, out.date, &Reader::date) &&
                required(members, reason, where, out.reason, &Reader::text) &&
                optional(members, frontmost, where, out.frontmost, &Reader::text) &&
-               list(members, apps, where, out.apps, &Reader::app);
+               list(members, apps, where, out.apps, &Reader::app) &&
+               optional(members, signature, where, out.signature, &Reader::text);
     }
 };
 
@@ -322,6 +323,8 @@ struct SnapshotDecoder::Parser {
         Reader reader;
         reader.build = build;
         Snapshot snapshot;
+        // Text from a file is nobody's until its signature says whose it is.
+        snapshot.trusted = false;
         if (!reader.snapshot(*root, snapshot)) {
             if (error) *error = reader.error;
             return std::nullopt;

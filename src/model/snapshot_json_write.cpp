@@ -239,6 +239,11 @@ std::string jsonString(std::string_view text) {
 }
 
 std::optional<std::string> encodeSnapshot(const Snapshot& snapshot, std::string* error) {
+    return encodeSnapshot(snapshot, snapshot.signature, error);
+}
+
+std::optional<std::string> encodeSnapshot(const Snapshot& snapshot, const std::optional<std::string>& signature,
+                                          std::string* error) {
     Writer w;
     w.out.reserve(estimatedSize(snapshot));
     w.beginObject();
@@ -250,6 +255,7 @@ std::optional<std::string> encodeSnapshot(const Snapshot& snapshot, std::string*
     w.key("date"), w.string(date.value_or(""));
     if (snapshot.frontmost) w.key("frontmost"), w.string(*snapshot.frontmost);
     w.key("reason"), w.string(snapshot.reason);
+    if (signature) w.key("signature"), w.string(*signature);
     w.endObject();
     if (!w.error.empty()) {
         if (error) *error = w.error;

@@ -146,6 +146,11 @@ public:
     // that a restore gives each record an instance of its own. On a Mac the
     // first instance stands for them all.
     virtual bool separateInstances() = 0;
+    // Whether a launch may open the application file a snapshot records: on a
+    // Mac the system checks every bundle it opens. Where nothing checks (Linux),
+    // programs are started through desktop entries found by identifier, and a
+    // recorded command line or executable file only from a trusted snapshot.
+    virtual bool opensRecordedApplications() = 0;
     // Asks a running application for one more window, the way its desktop
     // entry offers one (a "new-window" action). False where it offers no way,
     // or the request could not be started (the reason to the sink); on a Mac

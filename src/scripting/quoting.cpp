@@ -21,4 +21,15 @@ std::string shq(std::string_view s) {
     return out + "'";
 }
 
+std::string shellCommand(const std::vector<std::string>& words) {
+    static constexpr std::string_view plain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_@%+=:,./-";
+    std::string text;
+    for (const std::string& word : words) {
+        if (!text.empty()) text += ' ';
+        text += !word.empty() && word.find_first_not_of(plain) == std::string::npos ? word : shq(word);
+    }
+    return text;
+}
+
 }  // namespace tarnwick

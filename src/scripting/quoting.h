@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tarnwick {
 
@@ -12,5 +13,9 @@ std::string asq(std::string_view s);
 
 // A POSIX shell single-quoted word: each ' becomes '\'' , in single quotes.
 std::string shq(std::string_view s);
+
+// A command line as a shell would read it back: words joined by blanks, each
+// single-quoted only when it holds anything but letters, digits and _@%+=:,./-.
+std::string shellCommand(const std::vector<std::string>& words);
 
 }  // namespace tarnwick

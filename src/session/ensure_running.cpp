@@ -1,6 +1,7 @@
 // Restore::appURL and Restore::ensureRunning: finding or launching an application.
 #include "session/restore.h"
 
+#include "scripting/quoting.h"
 #include "session/bundle_path.h"
 #include "store/log.h"
 
@@ -13,6 +14,46 @@ namespace {
 constexpr double launchAnswerTimeout = 30.0;
 constexpr double finishLaunchingTimeout = 20.0;
 constexpr double finishLaunchingPoll = 0.25;
+
+// What a launch starts, where the system checks nothing of it.
+struct Start {
+    std::string path;                                        // a desktop entry or an executable
+    std::optional<std::vector<std::string>> commandLine;     // the words, in place of the entry's
+};
+
+// Linux: a program is started through the desktop entry its identifier finds
+// in the application folders, never through an entry a file names by path;
+// what the snapshot itself says to run (a command line, an executable file)
+// only when the snapshot is this user's own. Nothing, with the problem line,
+// otherwise.
+std::optional<Start> checkedStart(const AppState& app, bool trusted, Result& result) {
+    auto notTrusted = [&](const std::string& what) {
+        result.problems.push_back(app.name + ": not started: " + what +
+                                  " comes from a snapshot that Tarnwick did not save here (trust the snapshot to "
+                                  "allow it)");
+        return std::nullopt;
+    };
+    if (app.commandLine && !app.commandLine->empty()) {
+        if (!trusted) {
+            return notTrusted("the command line " + shellCommand(*app.commandLine));
+        }
+        return Start{app.bundleID ? platform().applicationPath(*app.bundleID).value_or(app.bundlePath)
+                                  : app.bundlePath,
+                     app.commandLine};
+    }
+    if (app.bundleID) {
+        if (auto entry = platform().applicationPath(*app.bundleID)) return Start{*entry, std::nullopt};
+        result.problems.push_back(app.name + ": app not found");
+        return std::nullopt;
+    }
+    // A desktop entry is found by its identifier only: one named by path could be any file.
+    if (app.bundlePath.empty() || app.bundlePath.ends_with(".desktop") || !platform().fileExists(app.bundlePath)) {
+        result.problems.push_back(app.name + ": app not found");
+        return std::nullopt;
+    }
+    if (!trusted) return notTrusted("the program " + shellCommand({app.bundlePath}));
+    return Start{app.bundlePath, std::nullopt};
+}
 
 }  // namespace
 
@@ -27,7 +68,8 @@ std::optional<Running> ensureRunning(const AppState& app, Result& result) {
     return ensureRunning(app, result, taken);
 }
 
-std::optional<Running> ensureRunning(const AppState& app, Result& result, std::vector<std::int32_t>& taken) {
+std::optional<Running> ensureRunning(const AppState& app, Result& result, std::vector<std::int32_t>& taken,
+                                     bool trusted) {
     Platform& desktop = platform();
     // Where each instance is recorded on its own, an instance an earlier record
     // of this restore took is not another record's.
@@ -52,16 +94,25 @@ std::optional<Running> ensureRunning(const AppState& app, Result& result, std::v
         if (auto running = firstAvailable(desktop.runningCommands(*app.commandLine))) return take(*running, false);
     }
 
-    auto bundle = appURL(app);
-    if (!bundle) {
-        result.problems.push_back(app.name + ": app not found");
-        return std::nullopt;
+    std::optional<std::string> bundle;
+    std::optional<std::vector<std::string>> commandLine = app.commandLine;
+    if (desktop.opensRecordedApplications()) {
+        bundle = appURL(app);
+        if (!bundle) {
+            result.problems.push_back(app.name + ": app not found");
+            return std::nullopt;
+        }
+    } else {
+        auto start = checkedStart(app, trusted, result);
+        if (!start) return std::nullopt;
+        bundle = std::move(start->path);
+        commandLine = std::move(start->commandLine);
     }
     // The sink may run after we stopped waiting, so it owns its copy of the name.
     std::string prefix = "launch " + lastPathComponent(*bundle) + ": ";
     ErrorSink onError = [prefix](const std::string& error) { log(prefix + error); };
-    auto launched = app.commandLine || app.workingDirectory
-                        ? desktop.launch(LaunchRequest{*bundle, app.commandLine, app.workingDirectory},
+    auto launched = commandLine || app.workingDirectory
+                        ? desktop.launch(LaunchRequest{*bundle, commandLine, app.workingDirectory},
                                          launchAnswerTimeout, onError)
                         : desktop.openApplication(*bundle, launchAnswerTimeout, onError);
     if (!launched) {

@@ -149,7 +149,7 @@ Result run(const Snapshot& snapshot, const Progress& progress) {
     for (size_t i = 0; i < apps.size(); ++i) {
         const AppState& app = *apps[i];
         if (progress) progress("Restoring " + std::to_string(i + 1) + "/" + total + ": " + app.name);
-        auto running = ensureRunning(app, result, taken);
+        auto running = ensureRunning(app, result, taken, snapshot.trusted);
         if (!running) continue;
         switch (app.kind) {
             case AppKind::generic:

@@ -45,7 +45,10 @@ std::optional<std::string> appURL(const AppState& app);
 std::optional<Running> ensureRunning(const AppState& app, Result& result);
 // The same within one restore, where the platform keeps instances separate:
 // `taken` holds the pids earlier records of this restore took, and grows.
-std::optional<Running> ensureRunning(const AppState& app, Result& result, std::vector<std::int32_t>& taken);
+// `trusted` says whether the snapshot may have its recorded command lines and
+// executable files started where the system checks nothing (Linux).
+std::optional<Running> ensureRunning(const AppState& app, Result& result, std::vector<std::int32_t>& taken,
+                                     bool trusted = true);
 
 // Puts the saved windows of a generic application back onto its live windows:
 // waits for them, reopens missing documents, pairs by document, then title,

@@ -2,7 +2,9 @@
 #include "session/restore_plan.h"
 
 #include "access/axo.h"
+#include "scripting/quoting.h"
 #include "scripting/restore_scripts.h"
+#include "session/desktop_entry.h"
 
 #include <algorithm>
 #include <cmath>
@@ -25,6 +27,18 @@ struct PlannedElement {
 };
 
 std::string number(double value) { return std::to_string(static_cast<long long>(std::lround(value))); }
+
+// What a launch would run, in full: the command line given, else that of the
+// desktop entry at the path, else the application file itself.
+std::string whatRuns(const std::string& path, const std::optional<std::vector<std::string>>& commandLine) {
+    if (commandLine && !commandLine->empty()) return shellCommand(*commandLine);
+    if (path.ends_with(".desktop")) {
+        auto entry = DesktopEntries::read(path, std::filesystem::path(path).filename().string());
+        if (auto words = entry ? DesktopEntries::arguments(*entry) : std::nullopt)
+            return shellCommand(*words) + " (from " + path + ")";
+    }
+    return shellCommand({path});
+}
 
 template <class T>
 std::optional<T> as(const std::optional<AttrValue>& value) {
@@ -159,7 +173,7 @@ public:
         return desktop_.applicationPath(bundleID);
     }
     std::optional<App> openApplication(const std::string& appPath, double, ErrorSink) override {
-        return launched(appPath, {});
+        return launched(appPath, ": " + whatRuns(appPath, std::nullopt));
     }
     void openDocuments(const std::vector<std::string>& urls, const std::string&, double, ErrorSink) override {
         changes.push_back({"open", std::to_string(urls.size()) + " documents in " + current});
@@ -168,15 +182,12 @@ public:
         return desktop_.runningCommands(commandLine);
     }
     std::optional<App> launch(const LaunchRequest& request, double, ErrorSink) override {
-        std::string how;
-        if (request.commandLine && !request.commandLine->empty()) {
-            how = " as";
-            for (const std::string& word : *request.commandLine) how += " " + word;
-        }
+        std::string how = ": " + whatRuns(request.path, request.commandLine);
         if (request.workingDirectory) how += " in " + *request.workingDirectory;
         return launched(request.path, how);
     }
     bool separateInstances() override { return desktop_.separateInstances(); }
+    bool opensRecordedApplications() override { return desktop_.opensRecordedApplications(); }
     bool openNewWindow(const App&, ErrorSink) override {
         changes.push_back({"new window", current});
         askedForWindows.insert(current);

@@ -202,6 +202,8 @@ public:
         return openApplication(request.path, timeout, std::move(onError));
     }
     bool separateInstances() override { return false; }
+    // Launch Services checks the signature of the bundle it opens.
+    bool opensRecordedApplications() override { return true; }
     // A Mac restore reopens windows through documents and scripts, never this way.
     bool openNewWindow(const App&, ErrorSink) override { return false; }
     std::optional<std::string> windowManagerName() override { return std::nullopt; }

@@ -179,6 +179,8 @@ public:
 
     // Many X programs run one process per window; each recorded process comes back as one.
     bool separateInstances() override { return true; }
+    // Nothing here checks a program before it runs; a snapshot may come from anywhere.
+    bool opensRecordedApplications() override { return false; }
 
     bool openNewWindow(const App& app, ErrorSink onError) override {
         Identity identity = identify(pidOf(app));

@@ -6,6 +6,7 @@
 #include "store/boot_time.h"
 #include "store/data_folder.h"
 #include "store/log.h"
+#include "store/signing.h"
 #include "store/unique_fd.h"
 
 #include <algorithm>
@@ -114,7 +115,9 @@ std::optional<Snapshot> readSnapshot(const std::filesystem::path& path) {
     Reading& state = reading();
     auto length = readFile(path, state.buffer);
     if (!length) return std::nullopt;
-    return state.decoder.decodePadded(std::string_view(state.buffer.data(), *length));
+    auto snapshot = state.decoder.decodePadded(std::string_view(state.buffer.data(), *length));
+    if (snapshot) Signing::judge(*snapshot);
+    return snapshot;
 }
 
 // A readable snapshot file whose records were checked but not built.
@@ -336,7 +339,8 @@ bool save(const Snapshot& snapshot) {
     }
     std::filesystem::path url = supportDir() / fileName(snapshot.date);
     std::string error;
-    auto bytes = encodeSnapshot(snapshot, &error);
+    // Signed over the texts as written, so that reading the file back verifies.
+    auto bytes = encodeSnapshot(snapshot, Signing::signatureOf(compared), &error);
     if (!bytes || !writeFileAtomically(url, *bytes, error)) {
         log("save failed: " + error);
         return false;

@@ -77,8 +77,15 @@ TEST_F(CliTest, CapturePrintsTheFileFormThatDecodesAndTheSummaryLine) {
     EXPECT_EQ(snapshot->apps[3].scripted[0].items, TextList{"/Users/tester/src"});
     EXPECT_EQ(finished.err, snapshot->summary() + "; accessibility on\n");
     EXPECT_EQ(finished.err, "4 apps · 6 windows · 3 tabs; accessibility on\n");
-    // No snapshot file and no log line.
-    EXPECT_TRUE(fileNames(dir.path()).empty());
+    // Signed, as the store's files are, so that restoring what it printed
+    // starts what it names.
+    ASSERT_TRUE(snapshot->signature.has_value());
+    EXPECT_EQ(snapshot->signature->size(), 64u);
+    // No snapshot file and no log line: the only file made is the signing key.
+    std::vector<std::string> made;
+    for (const auto& item : std::filesystem::recursive_directory_iterator(dir.path()))
+        if (item.is_regular_file()) made.push_back(std::filesystem::relative(item.path(), dir.path()).string());
+    EXPECT_EQ(made, std::vector<std::string>{".config/Tarnwick/signing.key"});
 }
 
 TEST_F(CliTest, CaptureWithoutAccessibilitySaysSo) {

@@ -240,7 +240,7 @@ TEST_F(StoreModesTest, DiffTellsWhatARestoreWouldChangeAndChangesNothing) {
     EXPECT_THAT(said[0], StartsWith("what restoring the snapshot of "));
     EXPECT_THAT(said[0], ::testing::EndsWith(" (cli, 4 apps \u00B7 4 windows \u00B7 3 tabs) would do:"));
     EXPECT_THAT(std::vector<std::string>(said.begin() + 1, said.end()),
-                ElementsAre("  reopen: Google Chrome: a window with 1 tabs", "  launch: Notes",
+                ElementsAre("  reopen: Google Chrome: a window with 1 tabs", "  launch: Notes: /Applications/Notes.app",
                             "  move: Editor \"Draft\" from 0,25 to 100,25 (100 px)", "  cannot: Gone: app not found"));
 
     // Nothing was done: the same diff again, and a restore still has it all to do.

@@ -102,5 +102,18 @@ TEST(Shq, OneTextPerShellAsWell) {
     }
 }
 
+TEST(ShellCommand, QuotesOnlyTheWordsThatNeedIt) {
+    EXPECT_EQ(shellCommand({"/usr/bin/xclock", "-digital", "-geometry", "260x60+100+500"}),
+              "/usr/bin/xclock -digital -geometry 260x60+100+500");
+    EXPECT_EQ(shellCommand({"/bin/sh", "-c", "touch it's"}), "/bin/sh -c 'touch it'\\''s'");
+    EXPECT_EQ(shellCommand({"a", "", "b\n"}), "a '' 'b\n'");
+    EXPECT_EQ(shellCommand({}), "");
+}
+
+TEST(ShellCommand, AShellRunsItAsTheSameWords) {
+    std::vector<std::string> words{"printf", "[%s]", "plain", "two words", "it's", "$HOME", "", "a\tb"};
+    EXPECT_EQ(Scripts::shell("/bin/sh", {"-c", shellCommand(words)}), "[plain][two words][it's][$HOME][][a\tb]");
+}
+
 }  // namespace
 }  // namespace tarnwick

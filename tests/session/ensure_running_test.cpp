@@ -190,3 +190,100 @@ TEST_F(EnsureRunningTest, AProgramThatEndsWithNoOneToHandOverToIsAProblem) {
 
 }  // namespace
 }  // namespace tarnwick
+
+namespace tarnwick {
+namespace {
+
+// Where nothing checks a program before it runs (X11), what a snapshot says
+// to run is run only when the snapshot is this user's own.
+class UntrustedLaunchTest : public EnsureRunningTest {
+protected:
+    void SetUp() override {
+        desktop.windowManager = "Openbox";
+        desktop.install(appSpec("xlogo.desktop", "/usr/share/applications/xlogo.desktop", "Logo"));
+        desktop.install(appSpec(std::nullopt, "/tmp/evil", "Tool"));
+        desktop.install(appSpec(std::nullopt, "/tmp/evil.desktop", "Entry"));
+    }
+
+    std::optional<Restore::Running> ensure(const AppState& app, bool trusted) {
+        std::vector<std::int32_t> taken;
+        return Restore::ensureRunning(app, result, taken, trusted);
+    }
+
+    bool launchedAnything() const { return desktop.calls("openApplication") + desktop.calls("launch") > 0; }
+};
+
+// What the desktop was asked to start, in order.
+std::vector<std::string> starts(const SimDesktop& desktop) {
+    std::vector<std::string> found;
+    for (const std::string& entry : desktop.journal)
+        if (entry.rfind("openApplication:", 0) == 0 || entry.rfind("launch:", 0) == 0) found.push_back(entry);
+    return found;
+}
+
+TEST_F(UntrustedLaunchTest, ACommandLineIsNotStarted) {
+    AppState app = recorded(std::nullopt, "/bin/sh", "Clock");
+    app.commandLine = std::vector<std::string>{"/bin/sh", "-c", "touch it's"};
+    EXPECT_FALSE(ensure(app, false));
+    EXPECT_FALSE(launchedAnything());
+    EXPECT_EQ(result.problems,
+              (std::vector<std::string>{"Clock: not started: the command line /bin/sh -c 'touch it'\\''s' comes "
+                                        "from a snapshot that Tarnwick did not save here (trust the snapshot to "
+                                        "allow it)"}));
+    EXPECT_EQ(result.launched, 0);
+}
+
+TEST_F(UntrustedLaunchTest, AnExecutableFileIsNotStarted) {
+    EXPECT_FALSE(ensure(recorded(std::nullopt, "/tmp/evil", "Tool"), false));
+    EXPECT_FALSE(launchedAnything());
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"Tool: not started: the program /tmp/evil comes from a "
+                                                         "snapshot that Tarnwick did not save here (trust the "
+                                                         "snapshot to allow it)"}));
+}
+
+TEST_F(UntrustedLaunchTest, ADesktopEntryNamedByPathIsNeverStartedEvenFromATrustedSnapshot) {
+    for (bool trusted : {false, true}) {
+        result = {};
+        EXPECT_FALSE(ensure(recorded(std::nullopt, "/tmp/evil.desktop", "Entry"), trusted));
+        EXPECT_EQ(result.problems, (std::vector<std::string>{"Entry: app not found"}));
+    }
+    EXPECT_FALSE(launchedAnything());
+}
+
+TEST_F(UntrustedLaunchTest, AnInstalledEntryIsFoundByItsIdentifierNotByTheRecordedPath) {
+    auto running = ensure(recorded("xlogo.desktop", "/tmp/evil.desktop", "Logo"), false);
+    ASSERT_TRUE(running);
+    EXPECT_TRUE(running->launched);
+    EXPECT_TRUE(result.problems.empty()) << result.problems.front();
+    EXPECT_EQ(starts(desktop), (std::vector<std::string>{"openApplication:/usr/share/applications/xlogo.desktop"}));
+}
+
+TEST_F(UntrustedLaunchTest, AnEntryWithARecordedCommandLineIsNotStartedWhenUntrusted) {
+    AppState app = recorded("xlogo.desktop", "/usr/share/applications/xlogo.desktop", "Logo");
+    app.commandLine = std::vector<std::string>{"/bin/sh", "-c", "true"};
+    EXPECT_FALSE(ensure(app, false));
+    EXPECT_FALSE(launchedAnything());
+    ASSERT_EQ(result.problems.size(), 1u);
+    EXPECT_EQ(result.problems[0].rfind("Logo: not started: the command line", 0), 0u) << result.problems[0];
+}
+
+TEST_F(UntrustedLaunchTest, ATrustedSnapshotStartsItsCommandLineAndProgram) {
+    AppState app = recorded(std::nullopt, "/tmp/evil", "Tool");
+    app.commandLine = std::vector<std::string>{"/tmp/evil", "-digital"};
+    ASSERT_TRUE(ensure(app, true));
+    ASSERT_TRUE(ensure(recorded(std::nullopt, "/tmp/evil", "Tool"), true));
+    EXPECT_TRUE(result.problems.empty());
+    EXPECT_EQ(starts(desktop),
+              (std::vector<std::string>{"launch:/tmp/evil /tmp/evil -digital", "openApplication:/tmp/evil",
+                                        "openApplication:/tmp/evil"}));
+}
+
+TEST_F(EnsureRunningTest, OnAMacAnUntrustedSnapshotStillOpensTheRecordedBundle) {
+    desktop.install(appSpec("com.example.Editor", "/Applications/Editor.app", "Editor"));
+    std::vector<std::int32_t> taken;
+    ASSERT_TRUE(Restore::ensureRunning(editor, result, taken, false));
+    EXPECT_EQ(starts(desktop), (std::vector<std::string>{"openApplication:/Applications/Editor.app"}));
+}
+
+}  // namespace
+}  // namespace tarnwick

@@ -1,6 +1,8 @@
 // Store: saving with the unchanged test, listing, the pre-boot rule and pruning.
 #include "store_fixture.h"
 
+#include "store/signing.h"
+
 #include <algorithm>
 
 namespace tarnwick::testing {
@@ -209,7 +211,8 @@ TEST_F(StoreTest, MissingFolderListsNothing) {
 TEST_F(StoreTest, SnapshotFilesAreWrittenInTheFileForm) {
     Snapshot s = session(afterBoot(0));
     EXPECT_TRUE(Store::save(s));
-    EXPECT_EQ(readText(supportDir() / Store::fileName(s.date)), *encodeSnapshot(s));
+    // Signed on Linux, so that reading it back knows it for this user's own.
+    EXPECT_EQ(readText(supportDir() / Store::fileName(s.date)), *encodeSnapshot(s, Signing::signatureOf(s)));
 }
 
 }  // namespace

@@ -437,6 +437,9 @@ std::optional<App> SimDesktop::launch(const LaunchRequest& request, double timeo
 
 bool SimDesktop::separateInstances() { return windowManager.has_value(); }
 
+// As on the systems it stands for: a Mac opens recorded bundles, X11 does not.
+bool SimDesktop::opensRecordedApplications() { return !windowManager.has_value(); }
+
 bool SimDesktop::openNewWindow(const App& app, ErrorSink) {
     std::lock_guard guard(lock_);
     count("openNewWindow");

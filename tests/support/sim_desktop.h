@@ -198,6 +198,7 @@ public:
     std::vector<App> runningCommands(const std::vector<std::string>& commandLine) override;
     std::optional<App> launch(const LaunchRequest& request, double timeout, ErrorSink onError) override;
     bool separateInstances() override;
+    bool opensRecordedApplications() override;
     bool openNewWindow(const App& app, ErrorSink onError) override;
     std::optional<std::string> windowManagerName() override;
 

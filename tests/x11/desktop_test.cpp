@@ -667,7 +667,10 @@ TEST_F(DesktopTest, DiffNamesTheQuitProgramAndTheMovedWindowAndChangesNothing) {
 
     Finished diff = tarnwick({"--diff", file.string()});
     ASSERT_TRUE(diff.succeeded()) << diff.err;
-    EXPECT_NE(diff.out.find("\n  launch: Logo\n"), std::string::npos) << diff.out;
+    EXPECT_NE(diff.out.find("\n  launch: Logo: xlogo (from " + (dir.path() / "share/applications/xlogo.desktop").string() +
+                            ")\n"),
+              std::string::npos)
+        << diff.out;
     EXPECT_NE(diff.out.find("  move: XEyes \"xeyes\" from "), std::string::npos) << diff.out;
     EXPECT_NE(diff.out.find(" (100 px)\n"), std::string::npos) << diff.out;
     EXPECT_EQ(diff.out.find("cannot:"), std::string::npos) << diff.out;
@@ -703,6 +706,111 @@ TEST_F(DesktopTest, AWindowThatIsFullScreenNowStaysSoAndKeepsItsOwnFrameForLater
     probe->requestFullScreen(eyes, false);
     EXPECT_TRUE(eventually([&] { return near(seenByClass({"XEyes"})["XEyes"].front(), moved); }))
         << "want " << describe(moved) << ", have " << describe(seenByClass({"XEyes"})["XEyes"].front());
+}
+
+// A snapshot from elsewhere: a command line, an executable file and a desktop
+// entry outside the application folders, each of which would leave a mark if
+// it ran, and a program known by an installed entry's identifier.
+class ForeignSnapshotTest : public DesktopTest {
+protected:
+    void SetUp() override {
+        DesktopTest::SetUp();
+        entry("xlogo", "Logo", "xlogo");
+        std::filesystem::create_directories(dir.path() / "elsewhere");
+        auto tool = dir.path() / "elsewhere" / "tool";
+        writeText(tool, "#!/bin/sh\ntouch '" + mark("tool").string() + "'\n");
+        std::filesystem::permissions(tool, std::filesystem::perms::owner_all);
+        auto planted = dir.path() / "elsewhere" / "planted.desktop";
+        writeText(planted, "[Desktop Entry]\nType=Application\nName=Planted\nExec=touch " + mark("entry").string() +
+                               "\n");
+        auto app = [](const std::string& fields) {
+            return R"({"hidden": false, "kind": "generic", "scripted": [], "windows": [], )" + fields + "}";
+        };
+        foreign = dir.path() / "downloaded.json";
+        writeText(foreign,
+                  R"({"date": "2030-01-01T00:00:00Z", "reason": "manual", "apps": [)" +
+                      app(R"("name": "Clock\u001b[8m", "bundlePath": "/bin/sh", "commandLine": ["/bin/sh", "-c", "touch )" +
+                          mark("command").string() + R"("])") +
+                      ", " + app(R"("name": "Tool", "bundlePath": ")" + tool.string() + R"(")") + ", " +
+                      app(R"("name": "Planted", "bundlePath": ")" + planted.string() + R"(")") + ", " +
+                      app(R"("name": "Logo", "bundleID": "xlogo.desktop", "bundlePath": ")" + planted.string() +
+                          R"(")") +
+                      "]}");
+    }
+
+    std::filesystem::path mark(const std::string& name) { return dir.path() / ("ran-" + name); }
+
+    // The marks left so far, after a moment for anything started to run.
+    std::vector<std::string> marksLeft() {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        std::vector<std::string> left;
+        for (const char* name : {"command", "tool", "entry"})
+            if (std::filesystem::exists(mark(name))) left.push_back(name);
+        return left;
+    }
+
+    std::filesystem::path foreign;
+};
+
+TEST_F(ForeignSnapshotTest, ARestoreStartsNothingTheFileNamesButWhatAnEntryIdentifierFinds) {
+    Finished restore = tarnwick({"--restore", foreign.string()});
+    EXPECT_TRUE(restore.succeeded()) << restore.err;
+    EXPECT_NE(restore.out.find(": not started: the command line /bin/sh -c 'touch " + mark("command").string() +
+                               "' comes from a snapshot that Tarnwick did not save here"),
+              std::string::npos)
+        << restore.out;
+    EXPECT_NE(restore.out.find("problem: Tool: not started: the program " +
+                               (dir.path() / "elsewhere" / "tool").string() + " comes from a snapshot"),
+              std::string::npos)
+        << restore.out;
+    EXPECT_NE(restore.out.find("problem: Planted: app not found\n"), std::string::npos) << restore.out;
+    EXPECT_TRUE(marksLeft().empty());
+    EXPECT_TRUE(eventually([&] { return probe->clientsOfClass("XLogo").size() == 1; }))
+        << "the logo, started through its installed entry";
+}
+
+TEST_F(ForeignSnapshotTest, TheSameFileInTheStoreStartsNothingEither) {
+    auto store = dir.path() / "share" / "Tarnwick" / "snapshots";
+    std::filesystem::create_directories(store);
+    std::filesystem::copy_file(foreign, store / "2030-01-01_00-00-00.json");
+    Finished restore = tarnwick({"--restore", "latest"});
+    EXPECT_TRUE(restore.succeeded()) << restore.err;
+    EXPECT_NE(restore.out.find("problem: Tool: not started"), std::string::npos) << restore.out;
+    EXPECT_TRUE(marksLeft().empty());
+}
+
+TEST_F(ForeignSnapshotTest, TheDiffShowsWhatEveryLaunchWouldRunAndWhatItWouldNot) {
+    Finished diff = tarnwick({"--diff", foreign.string()});
+    EXPECT_TRUE(diff.succeeded()) << diff.err;
+    EXPECT_NE(diff.out.find("  launch: Logo: xlogo (from " + (dir.path() / "share/applications/xlogo.desktop").string() +
+                            ")\n"),
+              std::string::npos)
+        << diff.out;
+    EXPECT_NE(diff.out.find("  cannot: Tool: not started"), std::string::npos) << diff.out;
+    EXPECT_TRUE(marksLeft().empty());
+}
+
+TEST_F(ForeignSnapshotTest, TheUserCanVouchForTheFileButAnEntryByPathStillNeverRuns) {
+    Finished restore = tarnwick({"--restore", foreign.string(), "--trust"});
+    EXPECT_TRUE(restore.succeeded()) << restore.err;
+    EXPECT_EQ(restore.out.find("not started"), std::string::npos) << restore.out;
+    EXPECT_EQ(marksLeft(), (std::vector<std::string>{"command", "tool"}));
+}
+
+TEST_F(DesktopTest, ASnapshotSavedHereBringsAProgramBackByItsCommandLine) {
+    pids.push_back(display->start("xclock", {"-digital", "-geometry", "260x60+100+500"}));
+    ASSERT_TRUE(eventually([&] { return probe->clientsOfClass("XClock").size() == 1; }));
+    Finished save = tarnwick({"--save"});
+    ASSERT_TRUE(save.succeeded()) << save.err;
+    display->quit(pids.back());
+    ASSERT_TRUE(eventually([&] { return probe->clients().empty(); })) << "the clock did not quit";
+
+    Finished restore = tarnwick({"--restore", "latest"});
+    EXPECT_TRUE(restore.succeeded()) << restore.err;
+    EXPECT_EQ(restore.out.find("problem:"), std::string::npos) << restore.out;
+    EXPECT_TRUE(eventually([&] { return probe->clientsOfClass("XClock").size() == 1; }));
+    EXPECT_EQ(processesNamed("xclock"),
+              (std::vector<std::vector<std::string>>{{programPath("xclock"), "-digital", "-geometry", "260x60+100+500"}}));
 }
 
 }  // namespace
