@@ -125,6 +125,14 @@ void AppDelegate::willPowerOff() {
 void AppDelegate::restore(const Snapshot& snapshot) {
     onMain();
     if (busy_) return;
+    // A snapshot from elsewhere starts only what this machine's entries name,
+    // unless the user vouches for it here.
+    Snapshot chosen = snapshot;
+    if (auto starts = Restore::startsNeedingTrust(snapshot); !starts.empty()) {
+        shell_.activate();
+        if (shell_.runAlert(foreignSnapshotQuestion(starts)) == 1) chosen.trusted = true;
+        if (busy_) return;
+    }
     if (!AXO::trusted()) {
         shell_.activate();
         SystemTexts texts = shell_.systemTexts();
@@ -142,7 +150,7 @@ void AppDelegate::restore(const Snapshot& snapshot) {
     if (timer_) timer_->invalidate();
     std::weak_ptr<AppDelegate> weak = weak_from_this();
     Shell* shell = &shell_;
-    shell_.async([weak, shell, snapshot] {
+    shell_.async([weak, shell, snapshot = std::move(chosen)] {
         Restore::Result result = Restore::run(snapshot, [weak, shell](const std::string& text) {
             shell->toMain([weak, text] {
                 if (auto self = weak.lock()) self->busy_ = text;

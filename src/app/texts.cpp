@@ -93,4 +93,15 @@ Alert restoreReport(const Restore::Result& result) {
     return alert;
 }
 
+Alert foreignSnapshotQuestion(const std::vector<std::string>& starts) {
+    std::string list;
+    for (size_t i = 0; i < starts.size() && i < problemsShown; ++i) list += "\n\u2022 " + starts[i];
+    if (starts.size() > problemsShown) list += "\n\u2022 \u2026";
+    return Alert{"This snapshot was not saved by Tarnwick on this computer",
+                 "Restoring it would also start what it names itself:" + list +
+                     "\n\nStart these only if you trust where the snapshot came from. Without them, Tarnwick "
+                     "still starts the programs installed here and puts the windows back.",
+                 {"Restore without them", "Start them too"}};
+}
+
 }  // namespace tarnwick::MenuBar

@@ -33,6 +33,10 @@ std::string restoreLine(const Restore::Result& result);
 // The warning before a restore without Accessibility: "Restore anyway" first, then "Open Settings".
 Alert accessibilityWarning();
 
+// Before restoring a snapshot that this user's Tarnwick did not save, which
+// names programs to start: "Restore without them" first, then "Start them too".
+Alert foreignSnapshotQuestion(const std::vector<std::string>& starts);
+
 // A Mac's: Finder, Accessibility and its settings page.
 SystemTexts macTexts();
 // A Linux desktop's: its file manager, and a window manager that follows EWMH.

@@ -15,6 +15,16 @@ constexpr double launchAnswerTimeout = 30.0;
 constexpr double finishLaunchingTimeout = 20.0;
 constexpr double finishLaunchingPoll = 0.25;
 
+// What the snapshot itself says to run for the app, which only a trusted
+// snapshot may start: its command line, or an executable file it names.
+std::optional<std::string> trustNeeded(const AppState& app) {
+    if (app.commandLine && !app.commandLine->empty()) return "the command line " + shellCommand(*app.commandLine);
+    if (!app.bundleID && !app.bundlePath.empty() && !app.bundlePath.ends_with(".desktop") &&
+        platform().fileExists(app.bundlePath))
+        return "the program " + shellCommand({app.bundlePath});
+    return std::nullopt;
+}
+
 // What a launch starts, where the system checks nothing of it.
 struct Start {
     std::string path;                                        // a desktop entry or an executable
@@ -27,20 +37,17 @@ struct Start {
 // only when the snapshot is this user's own. Nothing, with the problem line,
 // otherwise.
 std::optional<Start> checkedStart(const AppState& app, bool trusted, Result& result) {
-    auto notTrusted = [&](const std::string& what) {
-        result.problems.push_back(app.name + ": not started: " + what +
+    auto needed = trustNeeded(app);
+    if (needed && !trusted) {
+        result.problems.push_back(app.name + ": not started: " + *needed +
                                   " comes from a snapshot that Tarnwick did not save here (trust the snapshot to "
                                   "allow it)");
         return std::nullopt;
-    };
-    if (app.commandLine && !app.commandLine->empty()) {
-        if (!trusted) {
-            return notTrusted("the command line " + shellCommand(*app.commandLine));
-        }
+    }
+    if (app.commandLine && !app.commandLine->empty())
         return Start{app.bundleID ? platform().applicationPath(*app.bundleID).value_or(app.bundlePath)
                                   : app.bundlePath,
                      app.commandLine};
-    }
     if (app.bundleID) {
         if (auto entry = platform().applicationPath(*app.bundleID)) return Start{*entry, std::nullopt};
         result.problems.push_back(app.name + ": app not found");
@@ -51,7 +58,6 @@ std::optional<Start> checkedStart(const AppState& app, bool trusted, Result& res
         result.problems.push_back(app.name + ": app not found");
         return std::nullopt;
     }
-    if (!trusted) return notTrusted("the program " + shellCommand({app.bundlePath}));
     return Start{app.bundlePath, std::nullopt};
 }
 
@@ -61,6 +67,16 @@ std::optional<std::string> appURL(const AppState& app) {
     if (platform().fileExists(app.bundlePath)) return app.bundlePath;
     if (app.bundleID) return platform().applicationPath(*app.bundleID);
     return std::nullopt;
+}
+
+std::vector<std::string> startsNeedingTrust(const Snapshot& snapshot) {
+    std::vector<std::string> starts;
+    if (snapshot.trusted || platform().opensRecordedApplications()) return starts;
+    const auto own = platform().ownBundleIdentifier();
+    for (const AppState& app : snapshot.apps)
+        if (app.bundleID != own)
+            if (auto needed = trustNeeded(app)) starts.push_back(app.name + ": " + *needed);
+    return starts;
 }
 
 std::optional<Running> ensureRunning(const AppState& app, Result& result) {

@@ -50,6 +50,11 @@ std::optional<Running> ensureRunning(const AppState& app, Result& result);
 std::optional<Running> ensureRunning(const AppState& app, Result& result, std::vector<std::int32_t>& taken,
                                      bool trusted = true);
 
+// What a restore of this snapshot would leave alone unless the user vouches
+// for it: "NAME: the command line …" or "NAME: the program …", one line per
+// app; empty for a trusted snapshot and where the system checks what it opens.
+std::vector<std::string> startsNeedingTrust(const Snapshot& snapshot);
+
 // Puts the saved windows of a generic application back onto its live windows:
 // waits for them, reopens missing documents, pairs by document, then title,
 // then order, and sets frame, minimized and full screen. Counts placed windows;

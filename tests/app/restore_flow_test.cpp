@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 namespace tarnwick::testing {
 namespace {
 
@@ -285,6 +287,71 @@ TEST_F(RestoreFlowTest, TheProblemListIsQuotedWithEscapes) {
               "[\"nul\\0bell\\u{7}\", \"caf\u00E9 \u2014 ok\"]");
     EXPECT_EQ(MenuBar::restoreLine(Restore::Result{2, 5, 7, {"Finder: /x no longer exists"}}),
               "restore: launched 2, windows 5, tabs 7, problems [\"Finder: /x no longer exists\"]");
+}
+
+// A snapshot that this user's Tarnwick did not save, on a desktop where
+// nothing checks what a restore starts (X11): it names a program by its
+// command line.
+class ForeignRestoreFlowTest : public RestoreFlowTest {
+protected:
+    ForeignRestoreFlowTest() {
+        desktop.windowManager = "Openbox";
+        desktop.install(appSpec(std::nullopt, "/usr/bin/xclock", "Clock"));
+    }
+
+    Snapshot foreign() {
+        Snapshot snapshot;
+        snapshot.date = desktop.startDate;
+        snapshot.reason = "manual";
+        AppState clock{"Clock", std::nullopt, "/usr/bin/xclock", AppKind::generic, false, {}, {}};
+        clock.commandLine = std::vector<std::string>{"/usr/bin/xclock", "-digital"};
+        snapshot.apps.push_back(clock);
+        snapshot.trusted = false;
+        return snapshot;
+    }
+
+    int clockStarts() const {
+        return static_cast<int>(std::count_if(desktop.journal.begin(), desktop.journal.end(), [](const std::string& e) {
+            return e.rfind("launch:/usr/bin/xclock", 0) == 0;
+        }));
+    }
+};
+
+TEST_F(ForeignRestoreFlowTest, AsksFirstAndByDefaultRestoresWithoutWhatTheFileNames) {
+    launch();
+    delegate->restore(foreign());
+    shell.settle();
+    ASSERT_EQ(shell.alerts.size(), 2u);
+    EXPECT_EQ(shell.alerts[0].message, "This snapshot was not saved by Tarnwick on this computer");
+    EXPECT_NE(shell.alerts[0].informative.find("\u2022 Clock: the command line /usr/bin/xclock -digital"),
+              std::string::npos)
+        << shell.alerts[0].informative;
+    EXPECT_THAT(shell.alerts[0].buttons, ElementsAre("Restore without them", "Start them too"));
+    EXPECT_EQ(clockStarts(), 0);
+    EXPECT_EQ(shell.alerts[1].message, "Session restored, with some gaps");
+    EXPECT_NE(shell.alerts[1].informative.find("\u2022 Clock: not started: the command line /usr/bin/xclock -digital"),
+              std::string::npos)
+        << shell.alerts[1].informative;
+}
+
+TEST_F(ForeignRestoreFlowTest, StartThemTooStartsTheCommandLine) {
+    launch();
+    shell.alertAnswers = {1};
+    delegate->restore(foreign());
+    shell.settle();
+    ASSERT_EQ(shell.alerts.size(), 2u);
+    EXPECT_EQ(clockStarts(), 1);
+    EXPECT_EQ(shell.alerts[1].informative.find("not started"), std::string::npos) << shell.alerts[1].informative;
+}
+
+TEST_F(ForeignRestoreFlowTest, ASnapshotOfItsOwnIsNotQuestioned) {
+    launch();
+    Snapshot own = foreign();
+    own.trusted = true;
+    delegate->restore(own);
+    shell.settle();
+    ASSERT_EQ(shell.alerts.size(), 1u);
+    EXPECT_EQ(clockStarts(), 1);
 }
 
 }  // namespace

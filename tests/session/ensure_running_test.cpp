@@ -278,6 +278,25 @@ TEST_F(UntrustedLaunchTest, ATrustedSnapshotStartsItsCommandLineAndProgram) {
                                         "openApplication:/tmp/evil"}));
 }
 
+TEST_F(UntrustedLaunchTest, WhatNeedsTrustIsListedBeforeARestore) {
+    Snapshot snapshot;
+    AppState clock = recorded(std::nullopt, "/usr/bin/xclock", "Clock");
+    clock.commandLine = std::vector<std::string>{"/usr/bin/xclock", "-digital"};
+    snapshot.apps = {clock, recorded(std::nullopt, "/tmp/evil", "Tool"),
+                     recorded("xlogo.desktop", "/tmp/evil.desktop", "Logo"),
+                     recorded(std::nullopt, "/tmp/evil.desktop", "Entry")};
+    snapshot.trusted = false;
+    EXPECT_EQ(Restore::startsNeedingTrust(snapshot),
+              (std::vector<std::string>{"Clock: the command line /usr/bin/xclock -digital",
+                                        "Tool: the program /tmp/evil"}));
+    snapshot.trusted = true;
+    EXPECT_TRUE(Restore::startsNeedingTrust(snapshot).empty());
+    snapshot.trusted = false;
+    desktop.windowManager.reset();
+    EXPECT_TRUE(Restore::startsNeedingTrust(snapshot).empty()) << "a Mac checks what it opens";
+    EXPECT_FALSE(launchedAnything());
+}
+
 TEST_F(EnsureRunningTest, OnAMacAnUntrustedSnapshotStillOpensTheRecordedBundle) {
     desktop.install(appSpec("com.example.Editor", "/Applications/Editor.app", "Editor"));
     std::vector<std::int32_t> taken;
