@@ -93,13 +93,14 @@ void AppDelegate::save(const std::string& reason, Task completion) {
     Shell* shell = &shell_;
     shell_.async([weak, shell, reason, completion = std::move(completion)] {
         Snapshot snapshot = Capture::snapshot(reason);
-        bool written = Store::save(snapshot);
-        log(saveLine(reason, snapshot, written));
-        shell->toMain([weak, date = snapshot.date, completion] {
+        Store::Saved saved = Store::write(snapshot);
+        log(saveLine(reason, snapshot, saved == Store::Saved::written));
+        shell->toMain([weak, date = snapshot.date, saved, completion] {
             if (auto self = weak.lock()) {
                 self->busy_.reset();
-                // Also when the store skipped it: the session was checked and found safe on disk.
-                self->lastSaved_ = date;
+                // Also when the store skipped it: the session was checked and found
+                // safe on disk. A failed save left nothing safe, so the date stays.
+                if (saved != Store::Saved::failed) self->lastSaved_ = date;
             }
             if (completion) completion();
         });

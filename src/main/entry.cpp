@@ -160,7 +160,7 @@ std::optional<int> onDesktop(const Choice& choice, const std::optional<Snapshot>
     switch (choice.mode) {
         case Mode::capture: return captureMode(stdout, stderr);
         case Mode::restore: return restoreMode(*target, stdout);
-        case Mode::save: return saveMode(choice.reason, stdout);
+        case Mode::save: return saveMode(choice.reason, stdout, stderr);
         case Mode::diff: return diffMode(*target, stdout);
         case Mode::help:
         case Mode::version:

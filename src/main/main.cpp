@@ -2,6 +2,7 @@
 #include "main/entry.h"
 #include "platform/platform.h"
 
+#include <csignal>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -14,6 +15,9 @@
 #endif
 
 int main(int argc, char** argv) {
+    // A write past the file-size limit then fails with EFBIG, which a save
+    // reports, instead of killing the process and leaving its temporary file.
+    std::signal(SIGXFSZ, SIG_IGN);
     std::vector<std::string> arguments(argv, argv + argc);
     auto choice = tarnwick::Entry::choose(arguments);
     // What needs no desktop runs, and a snapshot named is read, before one is

@@ -29,8 +29,9 @@ int helpMode(std::FILE* out);
 int versionMode(std::FILE* out);
 // The store's snapshots, newest first; files that are not snapshots are named on `err`.
 int listMode(bool json, std::FILE* out, std::FILE* err);
-// A capture saved into the store as the application saves, with its log line.
-int saveMode(const std::string& reason, std::FILE* out);
+// A capture saved into the store as the application saves, with its log line;
+// a save that could not be written is said on `err`, with status 1.
+int saveMode(const std::string& reason, std::FILE* out, std::FILE* err);
 // What a restore of the snapshot would change in the live session.
 int diffMode(const Snapshot& snapshot, std::FILE* out);
 

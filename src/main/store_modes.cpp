@@ -96,7 +96,8 @@ int helpMode(std::FILE* out) {
         "\n"
         "Exit status: 0 when the mode ran (a restore also when some things could not be\n"
         "put back: it prints a \"problem:\" line for each); 1 when the store has no such\n"
-        "snapshot; 2 when there is no desktop to work on. A snapshot file that cannot\n"
+        "snapshot, or when a save could not be written (the reason is on standard\n"
+        "error); 2 when there is no desktop to work on. A snapshot file that cannot\n"
         "be read or is not a snapshot stops the program abnormally, naming the file.";
     printLine(out, text);
     return 0;
@@ -171,13 +172,20 @@ std::optional<Snapshot> namedSnapshot(const std::string& name, std::string& why)
     return readSnapshotFile(name);
 }
 
-int saveMode(const std::string& reason, std::FILE* out) {
+int saveMode(const std::string& reason, std::FILE* out, std::FILE* err) {
     Snapshot snapshot = Capture::snapshot(reason);
-    bool written = Store::save(snapshot);
-    std::string line = MenuBar::saveLine(reason, snapshot, written);
+    std::string why;
+    Store::Saved saved = Store::write(snapshot, &why);
+    std::string line = MenuBar::saveLine(reason, snapshot, saved == Store::Saved::written);
+    // The log reads as the application's does; the caller is told the truth.
     log(line);
+    if (saved == Store::Saved::failed) {
+        printLine(err, "tarnwick: save failed: " + why);
+        return 1;
+    }
     printLine(out, line);
-    if (written) printLine(out, "wrote " + (supportDir() / Store::fileName(snapshot.date)).string());
+    if (saved == Store::Saved::written)
+        printLine(out, "wrote " + (supportDir() / Store::fileName(snapshot.date)).string());
     return 0;
 }
 

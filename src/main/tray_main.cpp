@@ -4,10 +4,14 @@
 #include "platform/platform.h"
 #include "session/platform_x11.h"
 
+#include <csignal>
 #include <cstdio>
 #include <string>
 
 int main(int argc, char** argv) {
+    // A write past the file-size limit then fails with EFBIG, which a save
+    // reports, instead of killing the process and leaving its temporary file.
+    std::signal(SIGXFSZ, SIG_IGN);
     std::string why;
     auto backend = tarnwick::openX11Platform("", why);
     if (!backend) {

@@ -103,9 +103,10 @@ std::optional<ChildProcess> ChildProcess::start(const std::string& path, const s
     sigset_t none, defaults;
     sigemptyset(&none);
     posix_spawnattr_setsigmask(&attributes.value, &none);
-    // We ignore SIGPIPE ourselves; the tools we start expect the default.
+    // We ignore SIGPIPE and SIGXFSZ ourselves; the tools we start expect the default.
     sigemptyset(&defaults);
     sigaddset(&defaults, SIGPIPE);
+    sigaddset(&defaults, SIGXFSZ);
     posix_spawnattr_setsigdefault(&attributes.value, &defaults);
 
     std::vector<char*> argv;

@@ -323,7 +323,7 @@ void prune() {
     prune(dated(folder), folder);
 }
 
-bool save(const Snapshot& snapshot) {
+Saved write(const Snapshot& snapshot, std::string* why) {
     Folder folder = look();
     auto files = dated(folder);
     // Compared as it would be written: a stray byte in a text is written as U+FFFD.
@@ -335,7 +335,7 @@ bool save(const Snapshot& snapshot) {
     // this boot: the first save after a restart is always written.
     if (!files.empty() && files.front().date > bootTime() && !differsFromLastWritten(files.front().url, digest)) {
         auto newest = readSnapshot(files.front().url);
-        if (newest && sameList(newest->apps, compared.apps)) return false;
+        if (newest && sameList(newest->apps, compared.apps)) return Saved::unchanged;
     }
     std::filesystem::path url = supportDir() / fileName(snapshot.date);
     std::string error;
@@ -343,7 +343,8 @@ bool save(const Snapshot& snapshot) {
     auto bytes = encodeSnapshot(snapshot, Signing::signatureOf(compared), &error);
     if (!bytes || !writeFileAtomically(url, *bytes, error)) {
         log("save failed: " + error);
-        return false;
+        if (why) *why = std::move(error);
+        return Saved::failed;
     }
     // The file just written needs no checking: its date is this snapshot's, in
     // the whole seconds the file keeps.
@@ -358,7 +359,9 @@ bool save(const Snapshot& snapshot) {
     files.push_back({url, written});
     newestFirst(files);
     prune(files, folder);
-    return true;
+    return Saved::written;
 }
+
+bool save(const Snapshot& snapshot) { return write(snapshot) == Saved::written; }
 
 }  // namespace tarnwick::Store

@@ -19,10 +19,20 @@ struct Entry {
     Snapshot snapshot;
 };
 
+// What a save did.
+enum class Saved {
+    written,    // a new file is in place, and old files were pruned
+    unchanged,  // the newest stored snapshot taken after the boot has the same apps
+    failed,     // nothing could be written; the folder is as it was
+};
+
 // Writes the snapshot unless its apps equal those of the newest stored snapshot
-// taken after the boot. True when a file was written (then old files are pruned).
-// A failure is logged as "save failed: " with the reason and leaves the folder as
-// it was.
+// taken after the boot. A failure is logged as "save failed: " with the reason,
+// which `why`, when given, receives too.
+Saved write(const Snapshot& snapshot, std::string* why = nullptr);
+
+// The same, true only when a file was written: an unchanged session and a
+// failure both give false.
 bool save(const Snapshot& snapshot);
 
 // Every readable snapshot, newest first; equal dates keep the listing's order.

@@ -46,6 +46,44 @@ TEST_F(SaveTest, AnUnchangedSessionIsSkippedButStillCountsAsSaved) {
     EXPECT_EQ(*delegate->lastSaved(), first + std::chrono::seconds(120));
 }
 
+TEST_F(SaveTest, AFailedSaveIsLoggedAndLeavesTheLastSaveAlone) {
+    startNotes();
+    delegate->save("manual");
+    shell.settle();
+    Date first = *delegate->lastSaved();
+    // The folder deleted while the program runs: it is not made again.
+    std::filesystem::remove_all(supportDir());
+    shell.runFor(120);
+    bool completed = false;
+    delegate->save("auto", [&] { completed = true; });
+    shell.settle();
+
+    EXPECT_TRUE(completed);
+    EXPECT_FALSE(delegate->busy());
+    EXPECT_EQ(delegate->lastSaved(), first) << "nothing was saved at the second save";
+    EXPECT_THAT(logLines("save failed: "),
+                ElementsAre("save failed: could not create a temporary file in " + supportDir().string() +
+                            ": No such file or directory"));
+    EXPECT_FALSE(std::filesystem::exists(supportDir()));
+}
+
+TEST_F(SaveTest, ASaveIntoAFolderThatIsAFileFailsAndTheMenuStillSaysNotSavedYet) {
+    startNotes();
+    launch();
+    std::filesystem::remove_all(supportDir());
+    writeText(supportDir(), "not a folder");
+    delegate->save("manual");
+    shell.settle();
+
+    EXPECT_FALSE(delegate->busy());
+    EXPECT_FALSE(delegate->lastSaved());
+    item(shell.openMenu(), "Not saved yet \u00B7 saves at restart");
+    EXPECT_THAT(logLines("save failed: "),
+                ElementsAre("save failed: could not create a temporary file in " + supportDir().string() +
+                            ": Not a directory"));
+    EXPECT_EQ(readText(supportDir()), "not a folder");
+}
+
 TEST_F(SaveTest, ASaveDuringASaveIsDroppedSilently) {
     startNotes();
     delegate->save("manual");

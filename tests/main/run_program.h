@@ -8,6 +8,7 @@
 #include <cstring>
 #include <spawn.h>
 #include <string>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -37,9 +38,10 @@ inline std::string drain(int fd) {
     return text;
 }
 
-// Runs the program with the arguments in our environment plus `extra`, and
-// collects both outputs. Standard error only ever holds a line or two, so it
-// is read after standard output without risk of a full pipe.
+// Runs the program with the arguments in our environment plus `extra` (which
+// replaces our variables of the same names), and collects both outputs.
+// Standard error only ever holds a line or two, so it is read after standard
+// output without risk of a full pipe.
 // `folder`, when given, is its working folder.
 inline Finished run(const std::string& program, const std::vector<std::string>& arguments,
                     const std::vector<std::string>& extra = {}, const std::string& folder = "") {
@@ -57,8 +59,17 @@ inline Finished run(const std::string& program, const std::vector<std::string>& 
     std::vector<char*> argv;
     for (auto& arg : args) argv.push_back(arg.data());
     argv.push_back(nullptr);
+    // `extra` wins: a shell in between would take the last of two same names.
     std::vector<std::string> env(extra);
-    for (char** entry = environ; *entry; ++entry) env.emplace_back(*entry);
+    auto overridden = [&](const char* entry) {
+        std::string_view name(entry, std::strcspn(entry, "="));
+        for (const std::string& mine : extra)
+            if (mine.size() > name.size() && mine.compare(0, name.size(), name) == 0 && mine[name.size()] == '=')
+                return true;
+        return false;
+    };
+    for (char** entry = environ; *entry; ++entry)
+        if (!overridden(*entry)) env.emplace_back(*entry);
     std::vector<char*> envp;
     for (auto& entry : env) envp.push_back(entry.data());
     envp.push_back(nullptr);

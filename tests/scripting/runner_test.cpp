@@ -307,5 +307,27 @@ TEST(ChildProcess, ExitStatusIsReported) {
     EXPECT_EQ(WEXITSTATUS(status), 7);
 }
 
+TEST(ChildProcess, TheSignalsWeIgnoreAreAtTheirDefaultInTheChild) {
+    if (!std::filesystem::exists("/proc/self/status")) GTEST_SKIP() << "no /proc to read a child's signals from";
+    // The product ignores these two, so that a write fails instead of killing it.
+    auto pipe = std::signal(SIGPIPE, SIG_IGN);
+    auto fileSize = std::signal(SIGXFSZ, SIG_IGN);
+    int error = 0;
+    auto child = ChildProcess::start("/bin/sh", {"-c", "sed -n 's/^SigIgn:[[:space:]]*//p' /proc/$$/status"},
+                                     ChildProcess::Input::inherit, ChildProcess::ErrorOutput::discard, error);
+    std::signal(SIGPIPE, pipe);
+    std::signal(SIGXFSZ, fileSize);
+    ASSERT_TRUE(child) << error;
+    std::string text;
+    char buffer[256];
+    for (ssize_t n; (n = ::read(child->output().get(), buffer, sizeof buffer)) > 0;)
+        text.append(buffer, static_cast<size_t>(n));
+    EXPECT_EQ(WEXITSTATUS(child->wait()), 0);
+    ASSERT_FALSE(text.empty());
+    unsigned long long ignored = std::stoull(text, nullptr, 16);
+    EXPECT_EQ(ignored & (1ULL << (SIGPIPE - 1)), 0u) << text;
+    EXPECT_EQ(ignored & (1ULL << (SIGXFSZ - 1)), 0u) << text;
+}
+
 }  // namespace
 }  // namespace tarnwick::testing

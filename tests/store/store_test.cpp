@@ -48,6 +48,15 @@ TEST_F(StoreTest, SameAppsTwiceAfterBootSkipsTheSecond) {
     EXPECT_EQ(logText(), "");
 }
 
+TEST_F(StoreTest, WriteSaysWhetherItWroteOrFoundTheSessionUnchanged) {
+    std::string why = "untouched";
+    EXPECT_EQ(Store::write(session(afterBoot(0)), &why), Store::Saved::written);
+    EXPECT_EQ(Store::write(session(afterBoot(60)), &why), Store::Saved::unchanged);
+    EXPECT_EQ(why, "untouched") << "a reason is given only for a failure";
+    EXPECT_EQ(names().size(), 1u);
+    EXPECT_EQ(logText(), "") << "neither is logged";
+}
+
 TEST_F(StoreTest, SameAppsAsAPreBootSnapshotAreWritten) {
     place(session(beforeBoot(60)));
     EXPECT_TRUE(Store::save(session(afterBoot(0))));

@@ -90,6 +90,14 @@ TEST_F(WriteFailureTest, FolderRemovedWhileRunning) {
     EXPECT_FALSE(std::filesystem::exists(supportDir()));
 }
 
+TEST_F(WriteFailureTest, WriteTellsAFailureApartFromAnUnchangedSessionWithItsReason) {
+    std::filesystem::remove_all(supportDir());
+    std::string why;
+    EXPECT_EQ(Store::write(session(afterBoot(5), 7), &why), Store::Saved::failed);
+    EXPECT_EQ(why, "could not create a temporary file in " + supportDir().string() + ": No such file or directory");
+    expectLogged(why);
+}
+
 TEST_F(WriteFailureTest, NonFiniteFrameFailsToEncode) {
     Snapshot s = session(afterBoot(5));
     s.apps[0].windows[0].frame->h = std::numeric_limits<double>::infinity();

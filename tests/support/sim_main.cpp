@@ -3,11 +3,15 @@
 #include "main/entry.h"
 #include "support/sim_desktop_json.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
 int main(int argc, char** argv) {
     using namespace tarnwick;
+    // A write past the file-size limit then fails with EFBIG, which a save
+    // reports, instead of killing the process and leaving its temporary file.
+    std::signal(SIGXFSZ, SIG_IGN);
     testing::SimDesktop desktop;
     if (const char* description = std::getenv("TARNWICK_SIM_DESKTOP")) {
         std::string error;
