@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <chrono>
@@ -11,6 +12,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <string>
+#include <string_view>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -48,6 +50,21 @@ inline std::string drain(int fd) {
     return text;
 }
 
+// Our environment with the variables of `extra` put in place of ours: a shell
+// between us and the program would otherwise take the last of two.
+inline std::vector<std::string> environmentWith(const std::vector<std::string>& extra) {
+    std::vector<std::string> env(extra);
+    for (char** entry = environ; *entry; ++entry) {
+        std::string_view variable(*entry);
+        std::string_view name = variable.substr(0, variable.find('='));
+        auto sameName = [&](const std::string& mine) {
+            return mine.size() > name.size() && mine.compare(0, name.size(), name) == 0 && mine[name.size()] == '=';
+        };
+        if (std::none_of(extra.begin(), extra.end(), sameName)) env.emplace_back(variable);
+    }
+    return env;
+}
+
 // Runs the program with the arguments in our environment plus `extra`, and
 // collects both outputs. Standard error only ever holds a line or two, so it
 // is read after standard output without risk of a full pipe.
@@ -68,8 +85,7 @@ inline Finished run(const std::string& program, const std::vector<std::string>& 
     std::vector<char*> argv;
     for (auto& arg : args) argv.push_back(arg.data());
     argv.push_back(nullptr);
-    std::vector<std::string> env(extra);
-    for (char** entry = environ; *entry; ++entry) env.emplace_back(*entry);
+    std::vector<std::string> env = environmentWith(extra);
     std::vector<char*> envp;
     for (auto& entry : env) envp.push_back(entry.data());
     envp.push_back(nullptr);
@@ -107,8 +123,7 @@ inline Bounded runWithin(std::chrono::milliseconds deadline, const std::string& 
     std::vector<char*> argv;
     for (auto& arg : args) argv.push_back(arg.data());
     argv.push_back(nullptr);
-    std::vector<std::string> env(extra);
-    for (char** entry = environ; *entry; ++entry) env.emplace_back(*entry);
+    std::vector<std::string> env = environmentWith(extra);
     std::vector<char*> envp;
     for (auto& entry : env) envp.push_back(entry.data());
     envp.push_back(nullptr);
