@@ -9,6 +9,7 @@
 #include "store/snapshot_file.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cctype>
 #include <chrono>
@@ -263,9 +264,21 @@ void prune(const std::vector<Dated>& files, const Folder& folder) {
 
 }  // namespace
 
+namespace {
+// The boot time a test set, when it set one.
+std::atomic<bool> bootTimeSet{false};
+std::atomic<Date::rep> bootTimeForTesting{0};
+}  // namespace
+
 Date bootTime() {
+    if (bootTimeSet.load()) return Date(Date::duration(bootTimeForTesting.load()));
     static const Date boot = readBootTime().value_or(Date::min());
     return boot;
+}
+
+void setBootTimeForTesting(Date boot) {
+    bootTimeForTesting.store(boot.time_since_epoch().count());
+    bootTimeSet.store(true);
 }
 
 std::string fileName(Date date) {
