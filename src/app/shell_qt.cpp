@@ -206,7 +206,9 @@ namespace {
 class QtShell final : public Shell {
 public:
     QtShell()
-        : settings_(QString::fromStdString((configHome() / "Tarnwick" / "settings.ini").string()),
+        // Our own folder, private as the data and log folders are; QSettings
+        // would make it with the umask's modes.
+        : settings_(QString::fromStdString((prepareFolder(configHome() / "Tarnwick", 1) / "settings.ini").string()),
                     QSettings::IniFormat) {}
 
     ~QtShell() override {

@@ -7,42 +7,18 @@
 #include "session/capture.h"
 #include "session/restore.h"
 #include "store/signing.h"
+#include "store/snapshot_file.h"
 #include "store/unique_fd.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <system_error>
 #include <unistd.h>
 
 namespace tarnwick::Entry {
-
-namespace {
-
-// The whole file, or nothing with the errno value that says why in `error`.
-std::optional<std::string> readFile(const std::string& path, int& error) {
-    UniqueFd fd(retryOnEintr([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
-    if (!fd) {
-        error = errno;
-        return std::nullopt;
-    }
-    std::string text;
-    char buffer[65536];
-    for (;;) {
-        ssize_t n = retryOnEintr([&] { return ::read(fd.get(), buffer, sizeof buffer); });
-        if (n < 0) {
-            error = errno;  // a folder fails here, with EISDIR
-            return std::nullopt;
-        }
-        if (n == 0) return text;
-        text.append(buffer, static_cast<size_t>(n));
-    }
-}
-
-}  // namespace
 
 void fatal(const std::string& message) {
     std::fprintf(stderr, "tarnwick: %s\n", message.c_str());
@@ -116,11 +92,14 @@ int captureMode(std::FILE* out, std::FILE* err) {
 }
 
 std::optional<Snapshot> readSnapshotFile(const std::string& path) {
-    int error = 0;
-    auto text = readFile(path, error);
-    if (!text) fatal("cannot read " + path + ": " + std::strerror(error));
+    std::string text;
+    FileProblem problem;
+    auto length = readSnapshotFile(path, text, 0, &problem);
+    if (!length && problem.refused) fatal(path + " is not a readable snapshot: " + problem.why);
+    if (!length) fatal("cannot read " + path + ": " + problem.why);
+    text.resize(*length);
     std::string reason;
-    auto snapshot = decodeSnapshot(*text, &reason);
+    auto snapshot = decodeSnapshot(text, &reason);
     if (!snapshot) fatal(path + " is not a snapshot: " + reason);
     Signing::judge(*snapshot);
     return snapshot;

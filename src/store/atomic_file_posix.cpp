@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <vector>
 
 namespace tarnwick {
@@ -50,6 +51,9 @@ bool writeFileAtomically(const std::filesystem::path& path, std::string_view byt
         return false;
     }
     TemporaryFile temporary{name.data()};
+    // mkstemp makes it 0600 less the umask; a snapshot is for the user alone,
+    // and readable by the user whatever the umask.
+    ::fchmod(fd.get(), 0600);
     if (!writeAll(fd.get(), bytes)) {
         error = describe("could not write", temporary.path, errno);
         return false;

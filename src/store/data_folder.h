@@ -13,9 +13,12 @@ const std::filesystem::path& supportDir();
 // The log file. Computed once, on first use.
 const std::filesystem::path& logURL();
 
-// Creates `folder` with its missing parents, ignoring every error (an existing
-// folder is left exactly as it is), and returns it.
-std::filesystem::path prepareFolder(const std::filesystem::path& folder);
+// Creates `folder` with its missing parents, ignoring every error, and returns
+// it. The last `own` folders of the path are Tarnwick's and private to the
+// user: made 0700, whatever the umask, and stripped of any access for group and
+// others they already had. Other folders that exist are left exactly as they
+// are; new ones are made 0700 too (less the umask).
+std::filesystem::path prepareFolder(const std::filesystem::path& folder, size_t own = 0);
 
 // Where this system keeps them; nothing when the user's base folders cannot be
 // found at all. Implemented once per system (data_folder_mac.mm, _linux.cpp).

@@ -41,7 +41,7 @@ std::optional<std::filesystem::path> logFileLocation() {
     auto base = xdg("XDG_STATE_HOME", ".local/state");
     if (!base) return std::nullopt;
     // Unlike ~/Library/Logs on a Mac, nobody else makes this folder.
-    return prepareFolder(*base / "Tarnwick") / "Tarnwick.log";
+    return prepareFolder(*base / "Tarnwick", 1) / "Tarnwick.log";
 }
 
 }  // namespace tarnwick

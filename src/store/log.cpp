@@ -6,6 +6,7 @@
 #include "store/unique_fd.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tarnwick {
@@ -21,8 +22,12 @@ std::string logLine(Date now, std::string_view message) {
 void appendLogLine(const std::filesystem::path& file, std::string_view line) {
     // O_APPEND makes each write land at the end even with concurrent writers;
     // O_CREAT covers the first line ever.
-    UniqueFd fd(retryOnEintr([&] { return ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644); }));
+    UniqueFd fd(retryOnEintr([&] { return ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600); }));
     if (!fd) return;
+    // The log names the user's programs and folders: for the user's eyes only,
+    // also when an older version or another umask made it readable to others.
+    if (struct stat info {}; ::fstat(fd.get(), &info) == 0 && info.st_uid == ::geteuid() && (info.st_mode & 077))
+        ::fchmod(fd.get(), info.st_mode & 07700);
     writeAll(fd.get(), line);
 }
 

@@ -7,9 +7,11 @@
 #include "store/data_folder.h"
 #include "store/log.h"
 #include "store/signing.h"
+#include "store/snapshot_file.h"
 #include "store/unique_fd.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cctype>
 #include <chrono>
@@ -19,7 +21,6 @@
 #include <map>
 #include <mutex>
 #include <string_view>
-#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace tarnwick::Store {
@@ -78,26 +79,10 @@ Folder look() {
 }
 
 // Reads a whole file into `buffer`, followed by the padding the decoder may read;
-// the text's length, or nothing when it cannot be read. One read for a file that
-// does not grow meanwhile. `read` receives what fstat said of the file read.
+// the text's length, or nothing when it is not a readable snapshot file. `read`
+// receives what fstat said of the file read.
 std::optional<size_t> readFile(const std::filesystem::path& path, std::string& buffer, struct stat* read = nullptr) {
-    // Not blocking, in case a pipe took the file's place since the look.
-    UniqueFd fd(retryOnEintr([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
-    struct stat info {};
-    if (!fd || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
-    if (read) *read = info;
-    // One byte more than the file, so the read that finds its end needs no growth.
-    size_t capacity = static_cast<size_t>(info.st_size) + 1;
-    size_t filled = 0;
-    for (;;) {
-        if (buffer.size() < capacity + SnapshotDecoder::padding) buffer.resize(capacity + SnapshotDecoder::padding);
-        ssize_t n = retryOnEintr([&] { return ::read(fd.get(), buffer.data() + filled, capacity - filled); });
-        if (n < 0) return std::nullopt;
-        if (n == 0) break;
-        filled += static_cast<size_t>(n);
-        if (filled == capacity) capacity += 4096;
-    }
-    return filled;
+    return readSnapshotFile(path, buffer, SnapshotDecoder::padding, nullptr, read);
 }
 
 // Each thread keeps its own parser and read buffer between calls: the store is
@@ -283,9 +268,21 @@ void prune(const std::vector<Dated>& files, const Folder& folder) {
 
 }  // namespace
 
+namespace {
+// The boot time a test set, when it set one.
+std::atomic<bool> bootTimeSet{false};
+std::atomic<Date::rep> bootTimeForTesting{0};
+}  // namespace
+
 Date bootTime() {
+    if (bootTimeSet.load()) return Date(Date::duration(bootTimeForTesting.load()));
     static const Date boot = readBootTime().value_or(Date::min());
     return boot;
+}
+
+void setBootTimeForTesting(Date boot) {
+    bootTimeForTesting.store(boot.time_since_epoch().count());
+    bootTimeSet.store(true);
 }
 
 std::string fileName(Date date) {

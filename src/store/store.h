@@ -51,6 +51,11 @@ void prune();
 // that nothing counts as taken before the boot. Computed once.
 Date bootTime();
 
+// Makes bootTime() give `boot` from now on instead of the system's answer. For
+// tests only, which must not depend on when the machine they run on booted;
+// the program itself never calls it.
+void setBootTimeForTesting(Date boot);
+
 // The file name of a snapshot: its date in local time, "2026-03-14_09-26-53.json".
 std::string fileName(Date date);
 

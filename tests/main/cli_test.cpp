@@ -188,7 +188,7 @@ TEST_F(CliTest, AFolderInsteadOfAFileStopsTheProcess) {
     Finished finished = sim_({"--restore", dir.path().string()});
     EXPECT_TRUE(finished.stoppedAbnormally());
     EXPECT_EQ(finished.out, "");
-    EXPECT_EQ(finished.err, "tarnwick: cannot read " + dir.path().string() + ": Is a directory\n");
+    EXPECT_EQ(finished.err, "tarnwick: " + dir.path().string() + " is not a readable snapshot: not a regular file\n");
 }
 
 TEST_F(CliTest, CaptureWinsOverRestore) {

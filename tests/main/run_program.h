@@ -3,12 +3,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <chrono>
+#include <csignal>
 #include <cstring>
+#include <poll.h>
 #include <spawn.h>
 #include <string>
 #include <string_view>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -26,6 +31,13 @@ struct Finished {
     bool stoppedAbnormally() const { return WIFSIGNALED(status); }
 };
 
+// A run with a deadline: whether it was killed for overrunning it, and the most
+// memory the program held (ru_maxrss of wait4, in KiB on Linux).
+struct Bounded : Finished {
+    bool overran = false;
+    long maxResidentKiB = 0;
+};
+
 inline std::string drain(int fd) {
     std::string text;
     char buffer[65536];
@@ -38,10 +50,24 @@ inline std::string drain(int fd) {
     return text;
 }
 
-// Runs the program with the arguments in our environment plus `extra` (which
-// replaces our variables of the same names), and collects both outputs.
-// Standard error only ever holds a line or two, so it is read after standard
-// output without risk of a full pipe.
+// Our environment with the variables of `extra` put in place of ours: a shell
+// between us and the program would otherwise take the last of two.
+inline std::vector<std::string> environmentWith(const std::vector<std::string>& extra) {
+    std::vector<std::string> env(extra);
+    for (char** entry = environ; *entry; ++entry) {
+        std::string_view variable(*entry);
+        std::string_view name = variable.substr(0, variable.find('='));
+        auto sameName = [&](const std::string& mine) {
+            return mine.size() > name.size() && mine.compare(0, name.size(), name) == 0 && mine[name.size()] == '=';
+        };
+        if (std::none_of(extra.begin(), extra.end(), sameName)) env.emplace_back(variable);
+    }
+    return env;
+}
+
+// Runs the program with the arguments in our environment plus `extra`, and
+// collects both outputs. Standard error only ever holds a line or two, so it
+// is read after standard output without risk of a full pipe.
 // `folder`, when given, is its working folder.
 inline Finished run(const std::string& program, const std::vector<std::string>& arguments,
                     const std::vector<std::string>& extra = {}, const std::string& folder = "") {
@@ -59,17 +85,7 @@ inline Finished run(const std::string& program, const std::vector<std::string>& 
     std::vector<char*> argv;
     for (auto& arg : args) argv.push_back(arg.data());
     argv.push_back(nullptr);
-    // `extra` wins: a shell in between would take the last of two same names.
-    std::vector<std::string> env(extra);
-    auto overridden = [&](const char* entry) {
-        std::string_view name(entry, std::strcspn(entry, "="));
-        for (const std::string& mine : extra)
-            if (mine.size() > name.size() && mine.compare(0, name.size(), name) == 0 && mine[name.size()] == '=')
-                return true;
-        return false;
-    };
-    for (char** entry = environ; *entry; ++entry)
-        if (!overridden(*entry)) env.emplace_back(*entry);
+    std::vector<std::string> env = environmentWith(extra);
     std::vector<char*> envp;
     for (auto& entry : env) envp.push_back(entry.data());
     envp.push_back(nullptr);
@@ -87,6 +103,87 @@ inline Finished run(const std::string& program, const std::vector<std::string>& 
     }
     while (::waitpid(pid, &finished.status, 0) < 0 && errno == EINTR) {
     }
+    return finished;
+}
+
+// Runs the program as `run` does, but kills it (SIGKILL) once `deadline` has
+// passed, draining both outputs together meanwhile; the child is always reaped.
+inline Bounded runWithin(std::chrono::milliseconds deadline, const std::string& program,
+                         const std::vector<std::string>& arguments, const std::vector<std::string>& extra = {}) {
+    int out[2], err[2];
+    if (::pipe(out) != 0 || ::pipe(err) != 0) std::abort();
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+    posix_spawn_file_actions_addclose(&actions, out[0]);
+    posix_spawn_file_actions_addclose(&actions, err[0]);
+    std::vector<std::string> args{program};
+    args.insert(args.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    std::vector<std::string> env = environmentWith(extra);
+    std::vector<char*> envp;
+    for (auto& entry : env) envp.push_back(entry.data());
+    envp.push_back(nullptr);
+    pid_t pid = 0;
+    int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(out[1]);
+    ::close(err[1]);
+    Bounded finished;
+    if (spawned != 0) {
+        ::close(out[0]);
+        ::close(err[0]);
+        ADD_FAILURE() << "cannot start " << program << ": " << std::strerror(spawned);
+        return finished;
+    }
+    auto end = std::chrono::steady_clock::now() + deadline;
+    pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
+    std::string* texts[2] = {&finished.out, &finished.err};
+    int open = 2;
+    while (open > 0) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            finished.overran = true;
+            ::kill(pid, SIGKILL);
+            break;
+        }
+        int ready = ::poll(fds, 2, static_cast<int>(left.count()));
+        if (ready < 0 && errno == EINTR) continue;
+        if (ready < 0) break;
+        for (int i = 0; i < 2; ++i) {
+            if (fds[i].fd < 0 || fds[i].revents == 0) continue;
+            char buffer[65536];
+            ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
+            if (n < 0 && errno == EINTR) continue;
+            if (n > 0) {
+                texts[i]->append(buffer, static_cast<size_t>(n));
+                continue;
+            }
+            ::close(fds[i].fd);
+            fds[i].fd = -1;
+            --open;
+        }
+    }
+    // Output closed or deadline passed: the child must end by the deadline too.
+    for (;;) {
+        rusage usage{};
+        pid_t done = ::wait4(pid, &finished.status, WNOHANG, &usage);
+        if (done == pid) {
+            finished.maxResidentKiB = usage.ru_maxrss;
+            break;
+        }
+        if (done < 0 && errno != EINTR) break;
+        if (!finished.overran && std::chrono::steady_clock::now() >= end) {
+            finished.overran = true;
+            ::kill(pid, SIGKILL);
+        }
+        ::usleep(10'000);
+    }
+    for (auto& fd : fds)
+        if (fd.fd >= 0) ::close(fd.fd);
     return finished;
 }
 

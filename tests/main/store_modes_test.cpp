@@ -2,6 +2,7 @@
 // version from the product without a display, and list, save, restore by name
 // and diff through tarnwick-sim on a simulated desktop, with a store of their own.
 #include "main/run_program.h"
+#include "model/iso_date.h"
 #include "model/snapshot_json.h"
 #include "store/store.h"
 #include "support/temp_dir.h"
@@ -14,10 +15,12 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 // An editor with one window, a browser with one window of two tabs; the clock
-// starts now, so snapshots count as taken after the boot.
+// starts now, and the machine booted a day before (TARNWICK_SIM_BOOT_TIME), so
+// snapshots of the last hours count as taken after the boot.
 const char* const kDesktop = R"({
   "date": "now",
   "home": "/Users/tester",
@@ -46,11 +49,15 @@ std::vector<std::string> lines(const std::string& text) {
 class StoreModesTest : public ::testing::Test {
 protected:
     TempDir dir{"tarnwick-store-modes"};
+    const std::string bootTime =
+        isoDateText(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) - std::chrono::hours(24))
+            .value();
     std::filesystem::path snapshots() const { return dir.path() / "data" / "Tarnwick" / "snapshots"; }
     std::filesystem::path logFile() const { return dir.path() / "state" / "Tarnwick" / "Tarnwick.log"; }
 
     std::vector<std::string> environment(const std::string& description = kDesktop) const {
-        return {"TARNWICK_SIM_DESKTOP=" + description, "HOME=" + dir.path().string(),
+        return {"TARNWICK_SIM_DESKTOP=" + description, "TARNWICK_SIM_BOOT_TIME=" + bootTime,
+                "HOME=" + dir.path().string(),
                 "XDG_DATA_HOME=" + (dir.path() / "data").string(), "XDG_STATE_HOME=" + (dir.path() / "state").string(),
                 "XDG_CONFIG_HOME=" + (dir.path() / "config").string()};
     }
@@ -187,6 +194,36 @@ TEST_F(StoreModesTest, RestoreBeforeBootWithNoneSaysSoWithStatusOne) {
     Finished none = sim({"--restore", "7"});
     EXPECT_TRUE(none.exitedWith(1));
     EXPECT_EQ(none.err, "tarnwick: no snapshot number 7; the store holds 1 (tarnwick --list shows them)\n");
+}
+
+TEST_F(StoreModesTest, TheBootIsTheSimulatedMachinesNeverTheHosts) {
+    store(aged(std::chrono::hours(1), "auto", "Editor"));
+    auto bootedAgo = [&](std::chrono::minutes age) {
+        auto boot = isoDateText(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) - age);
+        auto env = environment();
+        env.push_back("TARNWICK_SIM_BOOT_TIME=" + boot.value());
+        env.erase(env.begin() + 1);  // the fixture's boot
+        return run(TARNWICK_SIM_PATH, {"--list"}, env);
+    };
+    Finished fresh = bootedAgo(std::chrono::minutes(30));
+    ASSERT_TRUE(fresh.exitedWith(0)) << fresh.err;
+    EXPECT_THAT(fresh.out, ::testing::EndsWith("  (before restart)\n"));
+    Finished old = bootedAgo(std::chrono::minutes(120));
+    ASSERT_TRUE(old.exitedWith(0)) << old.err;
+    EXPECT_THAT(old.out, Not(HasSubstr("(before restart)")));
+
+#if !defined(__APPLE__)
+    // The product itself asks the system: a snapshot from tomorrow is never
+    // from before its boot, whatever the variable says.
+    Snapshot tomorrow = aged(std::chrono::hours(-24), "auto", "Notes");
+    store(tomorrow);
+    Finished product = run(TARNWICK_PATH, {"--list"},
+                           {"DISPLAY=", "TARNWICK_SIM_BOOT_TIME=2099-01-01T00:00:00Z",
+                            "XDG_DATA_HOME=" + (dir.path() / "data").string()});
+    ASSERT_TRUE(product.exitedWith(0)) << product.err;
+    EXPECT_THAT(lines(product.out)[0], StartsWith("  1  " + Store::fileName(tomorrow.date) + "  "));
+    EXPECT_THAT(lines(product.out)[0], Not(HasSubstr("(before restart)")));
+#endif
 }
 
 TEST_F(StoreModesTest, RestoreByNameTakesTheStoresSnapshotUnlessAFileOfThatNameExists) {

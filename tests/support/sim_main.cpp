@@ -1,6 +1,8 @@
 // tarnwick-sim: the program's command-line modes on a simulated desktop, for
 // tests that run it as a process. Never installed.
 #include "main/entry.h"
+#include "model/iso_date.h"
+#include "store/store.h"
 #include "support/sim_desktop_json.h"
 
 #include <csignal>
@@ -20,6 +22,19 @@ int main(int argc, char** argv) {
             return 2;
         }
     }
+    // The simulated machine's boot: an ISO 8601 date in TARNWICK_SIM_BOOT_TIME,
+    // else unknown (the distant past, as when the system does not say), never
+    // the boot of the machine the tests run on.
+    Date boot = Date::min();
+    if (const char* text = std::getenv("TARNWICK_SIM_BOOT_TIME")) {
+        auto date = isoDateFrom(text);
+        if (!date) {
+            std::fprintf(stderr, "tarnwick-sim: TARNWICK_SIM_BOOT_TIME is not an ISO 8601 date: %s\n", text);
+            return 2;
+        }
+        boot = *date;
+    }
+    Store::setBootTimeForTesting(boot);
     installPlatform(&desktop);
     Scripts::setHostForTesting(&desktop);
     std::vector<std::string> arguments(argv, argv + argc);

@@ -374,6 +374,11 @@ TEST_F(TrayTest, SaveNowWritesASnapshotAndASecondOneWithNothingChangedIsSkipped)
 }
 
 TEST_F(TrayTest, ChoosingAnIntervalIsRememberedAndShownAtTheNextOpening) {
+    // The usual umask for the application, whatever ours is; put back after.
+    struct Umask {
+        mode_t previous = ::umask(022);
+        ~Umask() { ::umask(previous); }
+    } usual;
     ASSERT_NO_FATAL_FAILURE(startServices(true));
     ASSERT_NO_FATAL_FAILURE(startApp());
     ASSERT_NO_FATAL_FAILURE(findItem());
@@ -383,6 +388,11 @@ TEST_F(TrayTest, ChoosingAnIntervalIsRememberedAndShownAtTheNextOpening) {
         auto lines = fileLines(settings);
         return std::find(lines.begin(), lines.end(), "autosaveMinutes=5") != lines.end();
     })) << readText(settings);
+    // The folder the settings went into is Tarnwick's own and the user's alone,
+    // whatever the umask would have made of it.
+    struct stat folder {};
+    ASSERT_EQ(::stat(settings.parent_path().c_str(), &folder), 0);
+    EXPECT_EQ(folder.st_mode & 07777, 0700u);
     EXPECT_TRUE(eventually([&] { return rows(openMenu()).at(3) == "Not saved yet \u00B7 saves every 5 min and at restart (disabled)"; }));
     const std::vector<Item> menu = openMenu();
     const Item* timed = find(menu, "Timed snapshots");
