@@ -3,6 +3,7 @@
 #include "main/modes.h"
 
 #include "access/axo.h"
+#include "model/printable.h"
 #include "model/snapshot_json.h"
 #include "session/capture.h"
 #include "session/restore.h"
@@ -55,37 +56,74 @@ void printLine(std::FILE* out, const std::string& text) {
     std::fflush(out);
 }
 
+namespace {
+
+Choice usageError(const std::string& problem) {
+    Choice choice{Mode::usage, {}};
+    choice.problem = problem + "; tarnwick --help lists the modes";
+    return choice;
+}
+
+bool isOption(const std::string& argument) { return !argument.empty() && argument.front() == '-'; }
+
+}  // namespace
+
 Choice choose(const std::vector<std::string>& arguments) {
     for (const std::string& argument : arguments)
         if (argument == "--capture") return Choice{Mode::capture, {}};
+    size_t end = arguments.size();
     for (size_t i = 0; i < arguments.size(); ++i)
         if (arguments[i] == "--restore") {
-            // "--restore" as the last argument asks for nothing: start normally.
-            if (i + 1 < arguments.size()) return Choice{Mode::restore, arguments[i + 1]};
+            if (i + 1 < arguments.size()) {
+                // An unset variable in a script must not restore whatever is newest.
+                if (arguments[i + 1].empty()) return usageError("empty snapshot name after --restore");
+                return Choice{Mode::restore, arguments[i + 1]};
+            }
+            // "--restore" as the last argument asks for nothing: as if it were absent.
+            end = i;
             break;
         }
-    // A word after "--save" or "--diff" is its reason or snapshot, unless it is another option.
-    auto word = [&](size_t i) -> std::string {
-        if (i + 1 < arguments.size() && arguments[i + 1].rfind("--", 0) != 0) return arguments[i + 1];
-        return {};
-    };
-    for (size_t i = 0; i < arguments.size(); ++i) {
+    std::optional<Choice> chosen;  // the first mode named decides
+    bool json = false;
+    for (size_t i = 1; i < end; ++i) {
         const std::string& argument = arguments[i];
-        if (argument == "--help" || argument == "-h") return Choice{Mode::help, {}};
-        if (argument == "--version") return Choice{Mode::version, {}};
-        if (argument == "--list") {
-            Choice choice{Mode::list, {}};
-            choice.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
-            return choice;
+        // The word after "--save" or "--diff" is its reason or snapshot, unless it is an option.
+        auto word = [&]() -> std::optional<std::string> {
+            if (i + 1 < end && !isOption(arguments[i + 1])) return arguments[++i];
+            return std::nullopt;
+        };
+        if (argument == "--help" || argument == "-h") {
+            if (!chosen) chosen = Choice{Mode::help, {}};
+        } else if (argument == "--version") {
+            if (!chosen) chosen = Choice{Mode::version, {}};
+        } else if (argument == "--list") {
+            if (!chosen) chosen = Choice{Mode::list, {}};
+        } else if (argument == "--json") {
+            json = true;
+        } else if (argument == "--save") {
+            auto reason = word();
+            if (reason && reason->empty()) return usageError("empty reason after --save");
+            if (!chosen) {
+                chosen = Choice{Mode::save, {}};
+                if (reason) chosen->reason = *reason;
+            }
+        } else if (argument == "--diff") {
+            auto name = word();
+            if (name && name->empty()) return usageError("empty snapshot name after --diff");
+            if (!chosen) chosen = Choice{Mode::diff, name.value_or("")};
+#if defined(__APPLE__)
+        } else if (argument.rfind("-psn_", 0) == 0) {
+            // HACK: older macOS hands an application opened from Finder its process serial number.
+#endif
+        } else if (isOption(argument)) {
+            return usageError("unknown option \"" + printable(argument) + "\"");
+        } else {
+            return usageError("unexpected argument \"" + printable(argument) + "\"");
         }
-        if (argument == "--save") {
-            Choice choice{Mode::save, {}};
-            if (auto reason = word(i); !reason.empty()) choice.reason = reason;
-            return choice;
-        }
-        if (argument == "--diff") return Choice{Mode::diff, word(i)};
     }
-    return Choice{Mode::application, {}};
+    if (!chosen) return Choice{Mode::application, {}};
+    chosen->json = chosen->mode == Mode::list && json;
+    return *chosen;
 }
 
 int captureMode(std::FILE* out, std::FILE* err) {
@@ -122,6 +160,7 @@ int restoreMode(const Snapshot& snapshot, std::FILE* out) {
 
 std::optional<int> beforeDesktop(const Choice& choice, std::optional<Snapshot>& target) {
     switch (choice.mode) {
+        case Mode::usage: printLine(stderr, "tarnwick: " + choice.problem); return 2;
         case Mode::help: return helpMode(stdout);
         case Mode::version: return versionMode(stdout);
         case Mode::list: return listMode(choice.json, stdout, stderr);
@@ -149,6 +188,7 @@ std::optional<int> onDesktop(const Choice& choice, const std::optional<Snapshot>
         case Mode::help:
         case Mode::version:
         case Mode::list:
+        case Mode::usage:
         case Mode::application: return std::nullopt;
     }
     return std::nullopt;

@@ -96,8 +96,10 @@ int helpMode(std::FILE* out) {
         "\n"
         "Exit status: 0 when the mode ran (a restore also when some things could not be\n"
         "put back: it prints a \"problem:\" line for each); 1 when the store has no such\n"
-        "snapshot; 2 when there is no desktop to work on. A snapshot file that cannot\n"
-        "be read or is not a snapshot stops the program abnormally, naming the file.";
+        "snapshot; 2 when the arguments are not understood (an unknown option, a word\n"
+        "no option takes, an empty snapshot name or reason: one line says which) or\n"
+        "when there is no desktop to work on. A snapshot file that cannot be read or is\n"
+        "not a snapshot stops the program abnormally, naming the file.";
     printLine(out, text);
     return 0;
 }

@@ -95,6 +95,7 @@ TEST_F(StoreModesTest, HelpAndVersionNeedNoDisplay) {
         EXPECT_THAT(finished.out,
                     HasSubstr("  settings   " + (dir.path() / "config" / "Tarnwick" / "settings.ini").string() + "\n"));
         EXPECT_THAT(finished.out, HasSubstr("Exit status: 0 when the mode ran"));
+        EXPECT_THAT(finished.out, HasSubstr("2 when the arguments are not understood"));
         EXPECT_EQ(finished.err, "");
     }
     Finished version = run(TARNWICK_PATH, {"--version"}, {"DISPLAY="});
