@@ -45,7 +45,8 @@ std::optional<std::string> readFile(const std::string& path, int& error) {
 }  // namespace
 
 void fatal(const std::string& message) {
-    std::fprintf(stderr, "tarnwick: %s\n", message.c_str());
+    // The message names a file and quotes what it held.
+    std::fprintf(stderr, "tarnwick: %s\n", printable(message).c_str());
     std::fflush(stderr);
     std::abort();
 }
@@ -134,7 +135,7 @@ int captureMode(std::FILE* out, std::FILE* err) {
     printLine(out, *json);
     // What lets the capture see windows: the window manager on X11, Accessibility on a Mac.
     if (auto manager = platform().windowManagerName())
-        printLine(err, snapshot.summary() + "; window manager: " + *manager);
+        printLine(err, snapshot.summary() + "; window manager: " + printable(*manager));
     else
         printLine(err, snapshot.summary() + "; accessibility " + (AXO::trusted() ? "on" : "off"));
     return 0;
@@ -151,10 +152,12 @@ std::optional<Snapshot> readSnapshotFile(const std::string& path) {
 }
 
 int restoreMode(const Snapshot& snapshot, std::FILE* out) {
-    Restore::Result result = Restore::run(snapshot, [out](const std::string& line) { printLine(out, line); });
+    // Progress lines and problems carry names and titles from the snapshot.
+    Restore::Result result =
+        Restore::run(snapshot, [out](const std::string& line) { printLine(out, printable(line)); });
     printLine(out, "launched " + std::to_string(result.launched) + ", windows " + std::to_string(result.windows) +
                        ", tabs " + std::to_string(result.tabs));
-    for (const std::string& problem : result.problems) printLine(out, "problem: " + problem);
+    for (const std::string& problem : result.problems) printLine(out, "problem: " + printable(problem));
     return 0;
 }
 
@@ -203,11 +206,13 @@ int startTray(char** argv) {
     for (const auto& tray : places) {
         if (!std::filesystem::exists(tray, error)) continue;
         ::execv(tray.c_str(), argv);
-        std::fprintf(stderr, "tarnwick: cannot start %s: %s\n", tray.c_str(), std::strerror(errno));
+        int failure = errno;
+        std::fprintf(stderr, "tarnwick: cannot start %s: %s\n", printable(tray.string()).c_str(),
+                     std::strerror(failure));
         return 2;
     }
     std::fprintf(stderr, "tarnwick: the tray application (tarnwick-tray) is not installed beside %s\n",
-                 self.c_str());
+                 printable(self.string()).c_str());
     return 2;
 }
 #endif
