@@ -29,7 +29,19 @@ void AppDelegate::onMain() const {
     if (!shell_.onMainThread()) invariantFailed("the application's state was touched off the main thread");
 }
 
-std::int64_t AppDelegate::autosaveMinutes() { return shell_.integerSetting(autosaveMinutesKey); }
+std::int64_t AppDelegate::autosaveMinutes() {
+    onMain();
+    std::int64_t minutes = shell_.integerSetting(autosaveMinutesKey);
+    if (minutes <= maxAutosaveMinutes) return minutes;
+    // A hand-edited interval this long would overflow the timer and fire
+    // without pause; it is read on every menu opening, so it is logged once.
+    if (ignoredMinutes_ != minutes) {
+        ignoredMinutes_ = minutes;
+        log(std::string("settings: ") + autosaveMinutesKey + " " + std::to_string(minutes) + " is beyond " +
+            std::to_string(maxAutosaveMinutes) + " minutes; ignored, timed snapshots are off");
+    }
+    return 0;
+}
 
 void AppDelegate::applicationDidFinishLaunching() {
     onMain();
