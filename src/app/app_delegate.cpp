@@ -5,6 +5,7 @@
 #include "app/status_menu.h"
 #include "app/texts.h"
 #include "model/invariant.h"
+#include "model/printable.h"
 #include "session/capture.h"
 #include "store/data_folder.h"
 #include "store/log.h"
@@ -66,7 +67,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     // item by hand is not overruled on the next start.
     if (!shell_.booleanSetting(loginItemConfiguredKey)) {
         shell_.setBooleanSetting(loginItemConfiguredKey, true);
-        if (auto error = shell_.registerLoginItem()) log("login item: " + *error);
+        if (auto error = shell_.registerLoginItem()) log("login item: " + printable(*error));
     }
 
     shell_.async([] { Store::prune(); });
@@ -237,7 +238,7 @@ void AppDelegate::restoreIndexed(std::int64_t position) {
 void AppDelegate::toggleLogin() {
     bool enabled = shell_.loginItemStatus() == LoginItemStatus::enabled;
     auto error = enabled ? shell_.unregisterLoginItem() : shell_.registerLoginItem();
-    if (error) log("login item toggle: " + *error);
+    if (error) log("login item toggle: " + printable(*error));
 }
 
 void AppDelegate::openAccessibility() {

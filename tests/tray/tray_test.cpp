@@ -547,6 +547,30 @@ TEST_F(TrayTest, ASecondStartSaysTarnwickIsAlreadyRunningAndLeavesTheFirstAlone)
     EXPECT_TRUE(eventually([&] { return logLinesWith("launched; boot time ").size() == 2; }));
 }
 
+TEST_F(TrayTest, HandEditedIntervalsThatCannotBeHonouredAreIgnoredWithALogLine) {
+    std::filesystem::create_directories(config() / "Tarnwick");
+    writeText(config() / "Tarnwick" / "settings.ini", "[General]\nautosaveMinutes=153722867280912930\n");
+    ASSERT_NO_FATAL_FAILURE(startServices(false));
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    EXPECT_THAT(logLinesWith("settings:"), ElementsAre("settings: autosaveMinutes 153722867280912930 is beyond 1440 "
+                                                       "minutes; ignored, timed snapshots are off"));
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_TRUE(snapshotFiles().empty()) << "no timer firing without pause";
+    EXPECT_FALSE(app->exited(0.1));
+    ::kill(app->pid(), SIGKILL);
+    ASSERT_TRUE(app->exited(10.0));
+    app.reset();
+
+    writeText(config() / "Tarnwick" / "settings.ini", "[General]\nautosaveMinutes=99999999999999999999\n");
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    EXPECT_TRUE(eventually([&] {
+        return logLinesWith("settings:").size() == 2 &&
+               logLinesWith("settings:")[1] ==
+                   "settings: autosaveMinutes \"99999999999999999999\" is not a number; ignored, read as 0";
+    })) << ::testing::PrintToString(logLinesWith("settings:"));
+    EXPECT_FALSE(app->exited(0.5)) << "the tray keeps running";
+}
+
 TEST_F(TrayTest, ShowSnapshotsAsksTheFileManagerToShowTheFolder) {
     ASSERT_NO_FATAL_FAILURE(startServices(true, true));
     ASSERT_NO_FATAL_FAILURE(startApp());
