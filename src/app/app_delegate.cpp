@@ -5,6 +5,7 @@
 #include "app/status_menu.h"
 #include "app/texts.h"
 #include "model/invariant.h"
+#include "model/printable.h"
 #include "session/capture.h"
 #include "store/data_folder.h"
 #include "store/log.h"
@@ -29,7 +30,19 @@ void AppDelegate::onMain() const {
     if (!shell_.onMainThread()) invariantFailed("the application's state was touched off the main thread");
 }
 
-std::int64_t AppDelegate::autosaveMinutes() { return shell_.integerSetting(autosaveMinutesKey); }
+std::int64_t AppDelegate::autosaveMinutes() {
+    onMain();
+    std::int64_t minutes = shell_.integerSetting(autosaveMinutesKey);
+    if (minutes <= maxAutosaveMinutes) return minutes;
+    // A hand-edited interval this long would overflow the timer and fire
+    // without pause; it is read on every menu opening, so it is logged once.
+    if (ignoredMinutes_ != minutes) {
+        ignoredMinutes_ = minutes;
+        log(std::string("settings: ") + autosaveMinutesKey + " " + std::to_string(minutes) + " is beyond " +
+            std::to_string(maxAutosaveMinutes) + " minutes; ignored, timed snapshots are off");
+    }
+    return 0;
+}
 
 void AppDelegate::applicationDidFinishLaunching() {
     onMain();
@@ -54,7 +67,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     // item by hand is not overruled on the next start.
     if (!shell_.booleanSetting(loginItemConfiguredKey)) {
         shell_.setBooleanSetting(loginItemConfiguredKey, true);
-        if (auto error = shell_.registerLoginItem()) log("login item: " + *error);
+        if (auto error = shell_.registerLoginItem()) log("login item: " + printable(*error));
     }
 
     shell_.async([] { Store::prune(); });
@@ -234,7 +247,7 @@ void AppDelegate::restoreIndexed(std::int64_t position) {
 void AppDelegate::toggleLogin() {
     bool enabled = shell_.loginItemStatus() == LoginItemStatus::enabled;
     auto error = enabled ? shell_.unregisterLoginItem() : shell_.registerLoginItem();
-    if (error) log("login item toggle: " + *error);
+    if (error) log("login item toggle: " + printable(*error));
 }
 
 void AppDelegate::openAccessibility() {

@@ -18,6 +18,9 @@ namespace tarnwick::MenuBar {
 // The settings keys in the user defaults.
 inline constexpr const char* autosaveMinutesKey = "autosaveMinutes";
 inline constexpr const char* loginItemConfiguredKey = "loginItemConfigured";
+// The longest autosave interval a setting may ask for, one day: a larger
+// hand-edited value is ignored, and timed snapshots are off.
+inline constexpr std::int64_t maxAutosaveMinutes = 24 * 60;
 
 // Every member runs on the main thread; work queued on the work queue hands its
 // results back to the main queue before any field is touched.
@@ -64,6 +67,7 @@ public:
 
 private:
     void report(const Restore::Result& result);
+    // The setting; a value beyond `maxAutosaveMinutes` reads as 0, with one log line.
     std::int64_t autosaveMinutes();
     void onMain() const;
 
@@ -71,6 +75,7 @@ private:
     std::shared_ptr<Timer> timer_;
     std::optional<std::string> busy_;
     std::optional<Date> lastSaved_;
+    std::optional<std::int64_t> ignoredMinutes_;  // the out-of-range value already logged
 };
 
 }  // namespace tarnwick::MenuBar

@@ -6,6 +6,7 @@
 
 #include "app/app_delegate.h"
 #include "app/texts.h"
+#include "model/printable.h"
 #include "store/data_folder.h"
 #include "store/log.h"
 
@@ -36,6 +37,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <set>
 #include <system_error>
 #include <thread>
 
@@ -163,7 +165,7 @@ public:
     explicit PowerOffWatch(Task handler) : handler_(std::move(handler)) {
         QDBusConnection bus = QDBusConnection::systemBus();
         if (!bus.isConnected()) {
-            log("power-off: no system bus: " + bus.lastError().message().toStdString());
+            log("power-off: no system bus: " + printable(bus.lastError().message().toStdString()));
             return;
         }
         bus.connect("org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
@@ -191,7 +193,7 @@ private:
              << QString("delay");
         QDBusMessage reply = QDBusConnection::systemBus().call(call, QDBus::Block, 5000);
         if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) {
-            log("power-off: no shutdown inhibitor: " + reply.errorMessage().toStdString());
+            log("power-off: no shutdown inhibitor: " + printable(reply.errorMessage().toStdString()));
             return;
         }
         lock_ = reply.arguments().constFirst().value<QDBusUnixFileDescriptor>();
@@ -293,7 +295,17 @@ public:
 
     // --- Settings ------------------------------------------------------------------
     std::int64_t integerSetting(const std::string& key) override {
-        return settings_.value(qText(key), 0).toLongLong();
+        QVariant value = settings_.value(qText(key));
+        if (!value.isValid()) return 0;
+        bool number = false;
+        qlonglong read = value.toLongLong(&number);
+        if (number) return read;
+        // A hand-edited value that is no number (or too long for one) reads as
+        // 0; it is read at every menu opening, so it is logged once.
+        std::string text = value.toString().toStdString();
+        if (unreadable_.insert(key + "=" + text).second)
+            log("settings: " + printable(key) + " \"" + printable(text) + "\" is not a number; ignored, read as 0");
+        return 0;
     }
     void setIntegerSetting(const std::string& key, std::int64_t value) override {
         settings_.setValue(qText(key), static_cast<qlonglong>(value));
@@ -361,7 +373,8 @@ private:
 
     void store() {
         settings_.sync();
-        if (settings_.status() != QSettings::NoError) log("settings: could not write " + settings_.fileName().toStdString());
+        if (settings_.status() != QSettings::NoError)
+            log("settings: could not write " + printable(settings_.fileName().toStdString()));
     }
 
     void fill(QMenu& menu, const Menu& items) {
@@ -399,6 +412,7 @@ private:
     }
 
     QSettings settings_;
+    std::set<std::string> unreadable_;  // settings already logged as no number
     WorkQueue work_;
     std::function<Menu()> build_;
     std::function<void(Command, std::int64_t)> perform_;

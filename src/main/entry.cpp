@@ -3,6 +3,7 @@
 #include "main/modes.h"
 
 #include "access/axo.h"
+#include "model/printable.h"
 #include "model/snapshot_json.h"
 #include "session/capture.h"
 #include "session/restore.h"
@@ -21,7 +22,8 @@
 namespace tarnwick::Entry {
 
 void fatal(const std::string& message) {
-    std::fprintf(stderr, "tarnwick: %s\n", message.c_str());
+    // The message names a file and quotes what it held.
+    std::fprintf(stderr, "tarnwick: %s\n", printable(message).c_str());
     std::fflush(stderr);
     std::abort();
 }
@@ -32,46 +34,83 @@ void printLine(std::FILE* out, const std::string& text) {
     std::fflush(out);
 }
 
+namespace {
+
+Choice usageError(const std::string& problem) {
+    Choice choice{Mode::usage, {}};
+    choice.problem = problem + "; tarnwick --help lists the modes";
+    return choice;
+}
+
+bool isOption(const std::string& argument) { return !argument.empty() && argument.front() == '-'; }
+
+}  // namespace
+
 Choice choose(const std::vector<std::string>& arguments) {
     for (const std::string& argument : arguments)
         if (argument == "--capture") return Choice{Mode::capture, {}};
+    // The user vouches for the snapshot a restore or a diff names.
     const bool trust = std::find(arguments.begin(), arguments.end(), "--trust") != arguments.end();
+    size_t end = arguments.size();
     for (size_t i = 0; i < arguments.size(); ++i)
         if (arguments[i] == "--restore") {
-            // "--restore" as the last argument asks for nothing: start normally.
             if (i + 1 < arguments.size()) {
+                // An unset variable in a script must not restore whatever is newest.
+                if (arguments[i + 1].empty()) return usageError("empty snapshot name after --restore");
                 Choice choice{Mode::restore, arguments[i + 1]};
                 choice.trust = trust;
                 return choice;
             }
+            // "--restore" as the last argument asks for nothing: as if it were absent.
+            end = i;
             break;
         }
-    // A word after "--save" or "--diff" is its reason or snapshot, unless it is another option.
-    auto word = [&](size_t i) -> std::string {
-        if (i + 1 < arguments.size() && arguments[i + 1].rfind("--", 0) != 0) return arguments[i + 1];
-        return {};
-    };
-    for (size_t i = 0; i < arguments.size(); ++i) {
+    std::optional<Choice> chosen;  // the first mode named decides
+    bool json = false;
+    for (size_t i = 1; i < end; ++i) {
         const std::string& argument = arguments[i];
-        if (argument == "--help" || argument == "-h") return Choice{Mode::help, {}};
-        if (argument == "--version") return Choice{Mode::version, {}};
-        if (argument == "--list") {
-            Choice choice{Mode::list, {}};
-            choice.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
-            return choice;
-        }
-        if (argument == "--save") {
-            Choice choice{Mode::save, {}};
-            if (auto reason = word(i); !reason.empty()) choice.reason = reason;
-            return choice;
-        }
-        if (argument == "--diff") {
-            Choice choice{Mode::diff, word(i)};
-            choice.trust = trust;
-            return choice;
+        // The word after "--save" or "--diff" is its reason or snapshot, unless it is an option.
+        auto word = [&]() -> std::optional<std::string> {
+            if (i + 1 < end && !isOption(arguments[i + 1])) return arguments[++i];
+            return std::nullopt;
+        };
+        if (argument == "--help" || argument == "-h") {
+            if (!chosen) chosen = Choice{Mode::help, {}};
+        } else if (argument == "--version") {
+            if (!chosen) chosen = Choice{Mode::version, {}};
+        } else if (argument == "--list") {
+            if (!chosen) chosen = Choice{Mode::list, {}};
+        } else if (argument == "--json") {
+            json = true;
+        } else if (argument == "--trust") {
+            // Goes with --diff; checked once the mode is known.
+        } else if (argument == "--save") {
+            auto reason = word();
+            if (reason && reason->empty()) return usageError("empty reason after --save");
+            if (!chosen) {
+                chosen = Choice{Mode::save, {}};
+                if (reason) chosen->reason = *reason;
+            }
+        } else if (argument == "--diff") {
+            auto name = word();
+            if (name && name->empty()) return usageError("empty snapshot name after --diff");
+            if (!chosen) chosen = Choice{Mode::diff, name.value_or("")};
+#if defined(__APPLE__)
+        } else if (argument.rfind("-psn_", 0) == 0) {
+            // HACK: older macOS hands an application opened from Finder its process serial number.
+#endif
+        } else if (isOption(argument)) {
+            return usageError("unknown option \"" + printable(argument) + "\"");
+        } else {
+            return usageError("unexpected argument \"" + printable(argument) + "\"");
         }
     }
-    return Choice{Mode::application, {}};
+    if (trust && (!chosen || chosen->mode != Mode::diff))
+        return usageError("--trust goes with --restore or --diff");
+    if (!chosen) return Choice{Mode::application, {}};
+    chosen->json = chosen->mode == Mode::list && json;
+    chosen->trust = trust;
+    return *chosen;
 }
 
 int captureMode(std::FILE* out, std::FILE* err) {
@@ -85,7 +124,7 @@ int captureMode(std::FILE* out, std::FILE* err) {
     printLine(out, *json);
     // What lets the capture see windows: the window manager on X11, Accessibility on a Mac.
     if (auto manager = platform().windowManagerName())
-        printLine(err, snapshot.summary() + "; window manager: " + *manager);
+        printLine(err, snapshot.summary() + "; window manager: " + printable(*manager));
     else
         printLine(err, snapshot.summary() + "; accessibility " + (AXO::trusted() ? "on" : "off"));
     return 0;
@@ -106,15 +145,18 @@ std::optional<Snapshot> readSnapshotFile(const std::string& path) {
 }
 
 int restoreMode(const Snapshot& snapshot, std::FILE* out) {
-    Restore::Result result = Restore::run(snapshot, [out](const std::string& line) { printLine(out, line); });
+    // Progress lines and problems carry names and titles from the snapshot.
+    Restore::Result result =
+        Restore::run(snapshot, [out](const std::string& line) { printLine(out, printable(line)); });
     printLine(out, "launched " + std::to_string(result.launched) + ", windows " + std::to_string(result.windows) +
                        ", tabs " + std::to_string(result.tabs));
-    for (const std::string& problem : result.problems) printLine(out, "problem: " + problem);
+    for (const std::string& problem : result.problems) printLine(out, "problem: " + printable(problem));
     return 0;
 }
 
 std::optional<int> beforeDesktop(const Choice& choice, std::optional<Snapshot>& target) {
     switch (choice.mode) {
+        case Mode::usage: printLine(stderr, "tarnwick: " + choice.problem); return 2;
         case Mode::help: return helpMode(stdout);
         case Mode::version: return versionMode(stdout);
         case Mode::list: return listMode(choice.json, stdout, stderr);
@@ -144,6 +186,7 @@ std::optional<int> onDesktop(const Choice& choice, const std::optional<Snapshot>
         case Mode::help:
         case Mode::version:
         case Mode::list:
+        case Mode::usage:
         case Mode::application: return std::nullopt;
     }
     return std::nullopt;
@@ -158,11 +201,13 @@ int startTray(char** argv) {
     for (const auto& tray : places) {
         if (!std::filesystem::exists(tray, error)) continue;
         ::execv(tray.c_str(), argv);
-        std::fprintf(stderr, "tarnwick: cannot start %s: %s\n", tray.c_str(), std::strerror(errno));
+        int failure = errno;
+        std::fprintf(stderr, "tarnwick: cannot start %s: %s\n", printable(tray.string()).c_str(),
+                     std::strerror(failure));
         return 2;
     }
     std::fprintf(stderr, "tarnwick: the tray application (tarnwick-tray) is not installed beside %s\n",
-                 self.c_str());
+                 printable(self.string()).c_str());
     return 2;
 }
 #endif

@@ -19,6 +19,7 @@ enum class Mode {
     list,         // the stored snapshots
     save,         // capture into the store, as the application's save does
     diff,         // what a restore would change, without changing it
+    usage,        // arguments that ask for nothing known: say which and stop
 };
 
 struct Choice {
@@ -31,13 +32,16 @@ struct Choice {
     // restore, diff: start the command lines and programs the snapshot names
     // even when this user's Tarnwick did not save it ("--trust").
     bool trust = false;
+    std::string problem{};       // usage: the one line that says what is wrong
 };
 
 // Reads the process arguments, the program's own path first. "--capture"
 // anywhere wins; otherwise the first "--restore" that has an argument after it
-// names the snapshot; otherwise the first of "--help" ("-h"), "--version",
-// "--list" (with "--json" anywhere), "--save [REASON]" and "--diff [SNAPSHOT]";
-// everything else starts the application.
+// names the snapshot (a "--restore" that ends the arguments counts as absent);
+// otherwise the first of "--help" ("-h"), "--version", "--list" (with "--json"
+// anywhere), "--save [REASON]" and "--diff [SNAPSHOT]"; no arguments at all
+// start the application. An unknown option, a word no option takes, or an
+// empty snapshot name or reason is a usage error, never the application.
 Choice choose(const std::vector<std::string>& arguments);
 
 // Prints the session as pretty JSON on `out` and "<summary>; accessibility on|off"
@@ -51,8 +55,9 @@ int restoreMode(const Snapshot& snapshot, std::FILE* out);
 
 // What the modes that need no desktop can do before one is opened: runs help,
 // version and list, and reads the snapshot a restore or a diff names into
-// `target`. The exit status when the process ends here: the mode ran, or the
-// snapshot named is not in the store (status 1). A file that cannot be read or
+// `target`. The exit status when the process ends here: the mode ran, the
+// snapshot named is not in the store (status 1), or the arguments are a usage
+// error (status 2, one line on standard error). A file that cannot be read or
 // is not a snapshot stops the process with a diagnostic on standard error.
 std::optional<int> beforeDesktop(const Choice& choice, std::optional<Snapshot>& target);
 

@@ -1,5 +1,6 @@
 // Process entry: the one-shot modes and the menu-bar (or tray) application.
 #include "main/entry.h"
+#include "model/printable.h"
 #include "platform/platform.h"
 
 #include <csignal>
@@ -38,7 +39,8 @@ int main(int argc, char** argv) {
     auto backend = tarnwick::openX11Platform("", why);
     if (!backend) {
         // Capturing without a desktop would write an empty session over nothing.
-        std::fprintf(stderr, "tarnwick: %s; capture and restore need an X11 desktop\n", why.c_str());
+        std::fprintf(stderr, "tarnwick: %s; capture and restore need an X11 desktop\n",
+                     tarnwick::printable(why).c_str());
         return 2;
     }
     tarnwick::installPlatform(backend.get());

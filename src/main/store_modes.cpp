@@ -4,6 +4,7 @@
 
 #include "app/texts.h"
 #include "model/iso_date.h"
+#include "model/printable.h"
 #include "model/snapshot_json.h"
 #include "session/capture.h"
 #include "session/restore_plan.h"
@@ -21,7 +22,7 @@ namespace tarnwick::Entry {
 namespace {
 
 std::string folderText(const std::optional<std::filesystem::path>& folder) {
-    return folder ? folder->string() : "(no home folder)";
+    return folder ? printable(folder->string()) : "(no home folder)";
 }
 
 std::string settingsText() {
@@ -29,7 +30,7 @@ std::string settingsText() {
     return "the user defaults of com.tarnwick.Tarnwick";
 #else
     auto config = configLocation();
-    return config ? (*config / "Tarnwick" / "settings.ini").string() : "(no home folder)";
+    return config ? printable((*config / "Tarnwick" / "settings.ini").string()) : "(no home folder)";
 #endif
 }
 
@@ -43,6 +44,30 @@ std::string localDate(Date date) {
     std::string text = buffer;
     if (auto twoSpaces = text.find("  "); twoSpaces != std::string::npos) text.erase(twoSpaces, 1);
     return text;
+}
+
+// A JSON string that is safe on a terminal too: JSON lets DEL and the C1
+// controls through as they are, so they are escaped here as well.
+std::string terminalJsonString(std::string_view text) {
+    constexpr char hex[] = "0123456789abcdef";
+    std::string json = jsonString(text);  // valid UTF-8: a 0xc2 byte always starts a character
+    std::string out;
+    out.reserve(json.size());
+    for (size_t i = 0; i < json.size(); ++i) {
+        auto byte = static_cast<unsigned char>(json[i]);
+        auto next = i + 1 < json.size() ? static_cast<unsigned char>(json[i + 1]) : 0;
+        if (byte == 0x7F) {
+            out += "\\u007f";
+        } else if (byte == 0xC2 && next >= 0x80 && next < 0xA0) {
+            out += "\\u00";
+            out += hex[next >> 4];
+            out += hex[next & 0xF];
+            ++i;
+        } else {
+            out += static_cast<char>(byte);
+        }
+    }
+    return out;
 }
 
 // The snapshot files in the folder that the listing could not read, by name.
@@ -85,6 +110,9 @@ int helpMode(std::FILE* out) {
         "  --save [REASON]      capture and save into the store, as the application's\n"
         "                       \"Save snapshot now\" does (REASON defaults to \"cli\"); an\n"
         "                       unchanged session is not written again\n"
+        "  --trust              with --restore or --diff: also start the command lines\n"
+        "                       and programs the snapshot names when it was not saved\n"
+        "                       by this Tarnwick (a file from elsewhere); Linux\n"
         "  --list [--json]      the stored snapshots, newest first\n"
         "  --help, -h           this text\n"
         "  --version            the program's version\n"
@@ -97,8 +125,10 @@ int helpMode(std::FILE* out) {
         "Exit status: 0 when the mode ran (a restore also when some things could not be\n"
         "put back: it prints a \"problem:\" line for each); 1 when the store has no such\n"
         "snapshot, or when a save could not be written (the reason is on standard\n"
-        "error); 2 when there is no desktop to work on. A snapshot file that cannot\n"
-        "be read or is not a snapshot stops the program abnormally, naming the file.";
+        "error); 2 when the arguments are not understood (an unknown option, a word\n"
+        "no option takes, an empty snapshot name or reason: one line says which) or\n"
+        "when there is no desktop to work on. A snapshot file that cannot be read or is\n"
+        "not a snapshot stops the program abnormally, naming the file.";
     printLine(out, text);
     return 0;
 }
@@ -116,9 +146,9 @@ int listMode(bool json, std::FILE* out, std::FILE* err) {
         for (size_t i = 0; i < entries.size(); ++i) {
             const Snapshot& snapshot = entries[i].snapshot;
             text += std::string(i ? ",\n " : "\n ") + "{\"position\": " + std::to_string(i + 1) +
-                    ", \"file\": " + jsonString(entries[i].url.string()) +
+                    ", \"file\": " + terminalJsonString(entries[i].url.string()) +
                     ", \"date\": " + jsonString(isoDateText(snapshot.date).value_or("")) +
-                    ", \"reason\": " + jsonString(snapshot.reason) +
+                    ", \"reason\": " + terminalJsonString(snapshot.reason) +
                     ", \"summary\": " + jsonString(snapshot.summary()) +
                     ", \"apps\": " + std::to_string(snapshot.apps.size()) +
                     ", \"windows\": " + std::to_string(snapshot.windowCount()) +
@@ -127,21 +157,21 @@ int listMode(bool json, std::FILE* out, std::FILE* err) {
         }
         printLine(out, text + (entries.empty() ? "]" : "\n]"));
     } else if (entries.empty()) {
-        printLine(out, "No snapshots yet in " + supportDir().string());
+        printLine(out, "No snapshots yet in " + printable(supportDir().string()));
     } else {
         for (size_t i = 0; i < entries.size(); ++i) {
             const Snapshot& snapshot = entries[i].snapshot;
             std::string position = std::to_string(i + 1);
             position.insert(0, position.size() < 3 ? 3 - position.size() : 0, ' ');
-            std::string reason = snapshot.reason;
+            std::string reason = printable(snapshot.reason);
             reason.resize(std::max<size_t>(reason.size(), 8), ' ');
-            printLine(out, position + "  " + entries[i].url.filename().string() + "  " +
+            printLine(out, position + "  " + printable(entries[i].url.filename().string()) + "  " +
                                localDate(snapshot.date) + "  " + reason + "  " + snapshot.summary() +
                                (&entries[i] == preBoot ? "  (before restart)" : ""));
         }
     }
     for (const std::string& name : unreadable(entries))
-        printLine(err, "tarnwick: " + name + " is not a readable snapshot; left as it is");
+        printLine(err, "tarnwick: " + printable(name) + " is not a readable snapshot; left as it is");
     return 0;
 }
 
@@ -149,7 +179,7 @@ std::optional<Snapshot> namedSnapshot(const std::string& name, std::string& why)
     std::error_code error;
     // A file of that name wins over the store's names.
     if (!name.empty() && std::filesystem::exists(name, error)) return readSnapshotFile(name);
-    const std::string folder = supportDir().string();
+    const std::string folder = printable(supportDir().string());
     if (name.empty() || name == "latest") {
         auto entries = Store::all();
         if (!entries.empty()) return std::move(entries.front().snapshot);
@@ -165,7 +195,7 @@ std::optional<Snapshot> namedSnapshot(const std::string& name, std::string& why)
         auto entries = Store::all();
         size_t position = std::stoul(name);
         if (position >= 1 && position <= entries.size()) return std::move(entries[position - 1].snapshot);
-        why = "no snapshot number " + name + "; the store holds " + std::to_string(entries.size()) +
+        why = "no snapshot number " + printable(name) + "; the store holds " + std::to_string(entries.size()) +
               " (tarnwick --list shows them)";
         return std::nullopt;
     }
@@ -176,25 +206,29 @@ int saveMode(const std::string& reason, std::FILE* out, std::FILE* err) {
     Snapshot snapshot = Capture::snapshot(reason);
     std::string why;
     Store::Saved saved = Store::write(snapshot, &why);
-    std::string line = MenuBar::saveLine(reason, snapshot, saved == Store::Saved::written);
-    // The log reads as the application's does; the caller is told the truth.
+    // One event, one log line: a reason from the command line may hold a line
+    // feed. The log reads as the application's does; the caller is told the truth.
+    std::string line = MenuBar::saveLine(printable(reason), snapshot, saved == Store::Saved::written);
     log(line);
     if (saved == Store::Saved::failed) {
-        printLine(err, "tarnwick: save failed: " + why);
+        printLine(err, "tarnwick: save failed: " + printable(why));
         return 1;
     }
     printLine(out, line);
     if (saved == Store::Saved::written)
-        printLine(out, "wrote " + (supportDir() / Store::fileName(snapshot.date)).string());
+        printLine(out, "wrote " + printable((supportDir() / Store::fileName(snapshot.date)).string()));
     return 0;
 }
 
 int diffMode(const Snapshot& snapshot, std::FILE* out) {
-    printLine(out, "what restoring the snapshot of " + localDate(snapshot.date) + " (" + snapshot.reason + ", " +
-                       snapshot.summary() + ") would do:");
+    printLine(out, "what restoring the snapshot of " + localDate(snapshot.date) + " (" + printable(snapshot.reason) +
+                       ", " + snapshot.summary() + ") would do:");
     Restore::Plan plan = Restore::plan(snapshot);
-    for (const Restore::Change& change : plan.changes) printLine(out, "  " + change.kind + ": " + change.text);
-    for (const std::string& problem : plan.result.problems) printLine(out, "  cannot: " + problem);
+    // Names and titles come from the snapshot and the live windows: escaped, so
+    // none can rewrite what the terminal shows.
+    for (const Restore::Change& change : plan.changes)
+        printLine(out, "  " + change.kind + ": " + printable(change.text));
+    for (const std::string& problem : plan.result.problems) printLine(out, "  cannot: " + printable(problem));
     if (plan.changes.empty() && plan.result.problems.empty())
         printLine(out, "  nothing: the live session already matches it");
     return 0;

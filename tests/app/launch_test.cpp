@@ -13,7 +13,25 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::MatchesRegex;
 
-class LaunchTest : public AppTest {};
+class LaunchTest : public AppTest {
+protected:
+    // A hand-edited interval beyond a day: no timer, no snapshot, off in the menu, one log line.
+    void expectIgnored(std::int64_t minutes) {
+        startNotes();
+        shell.integers["autosaveMinutes"] = minutes;
+        launch();
+        EXPECT_TRUE(shell.liveTimers().empty());
+        shell.runFor(3600);
+        EXPECT_EQ(storedCount(), 0u);
+        MenuBar::Menu menu = shell.openMenu();
+        item(menu, "Not saved yet \u00B7 saves at restart");
+        EXPECT_TRUE(item(menu, "Timed snapshots").submenu.at(0).checked) << "read as off";
+        shell.openMenu();
+        EXPECT_THAT(logLines("settings"), ElementsAre("settings: autosaveMinutes " + std::to_string(minutes) +
+                                                      " is beyond 1440 minutes; ignored, timed snapshots are off"));
+        EXPECT_EQ(shell.integers["autosaveMinutes"], minutes) << "the setting is left as it is";
+    }
+};
 
 TEST_F(LaunchTest, ShowsTheIconAndTheEditMenuObservesPowerOffAndLogsTheBootTime) {
     launch();
@@ -203,10 +221,21 @@ TEST_F(LaunchTest, TimerAndLaunchCallbackDoNothingOnceTheDelegateIsGone) {
     EXPECT_TRUE(logLines("save").empty());
 }
 
-TEST_F(LaunchTest, AnIntervalThatOverflowsStopsTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    shell.integers["autosaveMinutes"] = std::numeric_limits<std::int64_t>::max();
-    EXPECT_DEATH(delegate->scheduleAutosave(), "autosave interval of 9223372036854775807 minutes overflows");
+TEST_F(LaunchTest, AnIntervalThatWouldFireWithoutPauseIsIgnored) { expectIgnored(153722867280912930); }
+
+TEST_F(LaunchTest, AnIntervalThatWouldOverflowIsIgnoredInsteadOfStoppingTheProcess) {
+    expectIgnored(std::numeric_limits<std::int64_t>::max());
+}
+
+TEST_F(LaunchTest, AMinuteMoreThanADayIsIgnored) { expectIgnored(1441); }
+
+TEST_F(LaunchTest, AnIntervalOfADayIsStillHonoured) {
+    shell.integers["autosaveMinutes"] = 1440;
+    launch();
+    ASSERT_EQ(shell.liveTimers().size(), 1u);
+    EXPECT_EQ(shell.liveTimers()[0]->interval, 86400.0);
+    item(shell.openMenu(), "Not saved yet \u00B7 saves every 1440 min and at restart");
+    EXPECT_TRUE(logLines("settings").empty());
 }
 
 TEST_F(LaunchTest, TheStateIsOnlyTouchedOnTheMainThread) {

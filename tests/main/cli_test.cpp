@@ -242,6 +242,40 @@ TEST_F(CliTest, TheProductWithoutAnXDisplaySaysSoInOneLineAndDoesNotCapture) {
     EXPECT_EQ(fileNames(dir.path()), std::vector<std::string>{"x.json"}) << "nothing captured, nothing saved";
 }
 
+TEST_F(CliTest, AMistypedCommandLineIsAUsageErrorAndNeverStartsTheTray) {
+    struct Case {
+        std::vector<std::string> arguments;
+        std::string line;
+    };
+    const std::string help = "; tarnwick --help lists the modes\n";
+    const Case cases[] = {
+        {{"--lsit"}, "tarnwick: unknown option \"--lsit\"" + help},
+        {{"list"}, "tarnwick: unexpected argument \"list\"" + help},
+        {{"-v"}, "tarnwick: unknown option \"-v\"" + help},
+        {{"--restore="}, "tarnwick: unknown option \"--restore=\"" + help},
+        {{"--restore", ""}, "tarnwick: empty snapshot name after --restore" + help},
+        {{"--diff", ""}, "tarnwick: empty snapshot name after --diff" + help},
+        {{"--list", "--jsno"}, "tarnwick: unknown option \"--jsno\"" + help},
+    };
+    // A store with a snapshot, which an empty name must not pick as the newest.
+    auto store = dir.path() / "data" / "Tarnwick" / "snapshots";
+    std::filesystem::create_directories(store);
+    writeText(store / "2026-01-01_00-00-00.json", encodeSnapshot(Snapshot{}).value());
+    const auto config = dir.path() / "config";
+    for (const Case& c : cases) {
+        // Without a display a tray started by mistake fails at once, with another line.
+        Finished finished = run(TARNWICK_PATH, c.arguments,
+                                {"HOME=" + dir.path().string(), "DISPLAY=", "XDG_CONFIG_HOME=" + config.string(),
+                                 "XDG_DATA_HOME=" + (dir.path() / "data").string(),
+                                 "XDG_STATE_HOME=" + (dir.path() / "state").string()});
+        EXPECT_TRUE(finished.exitedWith(2)) << c.arguments[0];
+        EXPECT_EQ(finished.out, "");
+        EXPECT_EQ(finished.err, c.line);
+    }
+    EXPECT_FALSE(std::filesystem::exists(config)) << "no autostart entry, no settings";
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "state")) << "no log line";
+}
+
 TEST_F(CliTest, AMissingFileIsReportedAsSuchWhateverTheDisplay) {
     for (const char* display : {"DISPLAY=", "DISPLAY=:987"})
         for (const char* mode : {"--restore", "--diff"}) {

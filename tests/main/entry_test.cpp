@@ -29,8 +29,9 @@ TEST(EntryChoose, RestoreTakesTheArgumentAfterTheFirstRestore) {
 
 TEST(EntryChoose, RestoreAsTheLastArgumentStartsTheApplication) {
     EXPECT_EQ(choose({"tarnwick", "--restore"}).mode, Mode::application);
-    // Only the first "--restore" counts, even when a later one has a path.
-    EXPECT_EQ(choose({"tarnwick", "a", "--restore"}).mode, Mode::application);
+    // It counts as absent: what comes before it decides.
+    EXPECT_EQ(choose({"tarnwick", "--list", "--restore"}).mode, Mode::list);
+    EXPECT_EQ(choose({"tarnwick", "a", "--restore"}).mode, Mode::usage);
 }
 
 TEST(EntryChoose, TheProgramPathItselfIsExamined) {
@@ -41,8 +42,41 @@ TEST(EntryChoose, TheProgramPathItselfIsExamined) {
 }
 
 TEST(EntryChoose, ArgumentsMustMatchExactly) {
-    EXPECT_EQ(choose({"tarnwick", "--Capture", "-capture", "--capture=yes", "--restore=a.json"}).mode,
-              Mode::application);
+    for (const char* argument : {"--Capture", "-capture", "--capture=yes", "--restore=a.json", "--restore=",
+                                 "--lsit", "-v", "--", "-"}) {
+        auto choice = choose({"tarnwick", argument});
+        EXPECT_EQ(choice.mode, Mode::usage) << argument;
+        EXPECT_EQ(choice.problem,
+                  std::string("unknown option \"") + argument + "\"; tarnwick --help lists the modes");
+    }
+}
+
+TEST(EntryChoose, AStrayWordIsAUsageErrorNotTheApplication) {
+    auto choice = choose({"tarnwick", "list"});
+    EXPECT_EQ(choice.mode, Mode::usage);
+    EXPECT_EQ(choice.problem, "unexpected argument \"list\"; tarnwick --help lists the modes");
+    EXPECT_EQ(choose({"tarnwick", ""}).mode, Mode::usage);
+    // Also beside a mode that would run: nothing runs on a mistyped line.
+    EXPECT_EQ(choose({"tarnwick", "--list", "extra"}).mode, Mode::usage);
+    EXPECT_EQ(choose({"tarnwick", "--version", "--lsit"}).mode, Mode::usage);
+    EXPECT_EQ(choose({"tarnwick", "--save", "logout", "again"}).problem,
+              "unexpected argument \"again\"; tarnwick --help lists the modes");
+}
+
+TEST(EntryChoose, TheOffendingArgumentIsNamedPrintably) {
+    EXPECT_EQ(choose({"tarnwick", "--x\x1b[2J\n"}).problem,
+              "unknown option \"--x\\u001b[2J\\n\"; tarnwick --help lists the modes");
+}
+
+TEST(EntryChoose, AnEmptySnapshotNameOrReasonIsAUsageError) {
+    auto restore = choose({"tarnwick", "--restore", ""});
+    EXPECT_EQ(restore.mode, Mode::usage);
+    EXPECT_EQ(restore.problem, "empty snapshot name after --restore; tarnwick --help lists the modes");
+    EXPECT_EQ(choose({"tarnwick", "--restore", "", "a.json"}).mode, Mode::usage);
+    auto diff = choose({"tarnwick", "--diff", ""});
+    EXPECT_EQ(diff.mode, Mode::usage);
+    EXPECT_EQ(diff.problem, "empty snapshot name after --diff; tarnwick --help lists the modes");
+    EXPECT_EQ(choose({"tarnwick", "--save", ""}).mode, Mode::usage);
 }
 
 TEST(EntryChoose, TheStoresModesComeAfterCaptureAndRestore) {
@@ -69,6 +103,10 @@ TEST(EntryChoose, ListSaveAndDiffTakeWhatFollowsThem) {
     EXPECT_EQ(diff.mode, Mode::diff);
     EXPECT_EQ(diff.path, "");
     EXPECT_EQ(choose({"tarnwick", "--diff", "before-boot"}).path, "before-boot");
+    // The word an option takes is not a stray word, even when another mode is chosen.
+    EXPECT_EQ(choose({"tarnwick", "--version", "--diff", "2"}).mode, Mode::version);
+    EXPECT_EQ(choose({"tarnwick", "--diff", "2", "--save", "x"}).path, "2");
+    EXPECT_FALSE(choose({"tarnwick", "--save", "--json"}).json) << "only a listing is JSON";
 }
 
 }  // namespace

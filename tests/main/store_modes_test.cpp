@@ -10,6 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace tarnwick::testing {
 namespace {
 
@@ -102,6 +104,7 @@ TEST_F(StoreModesTest, HelpAndVersionNeedNoDisplay) {
         EXPECT_THAT(finished.out,
                     HasSubstr("  settings   " + (dir.path() / "config" / "Tarnwick" / "settings.ini").string() + "\n"));
         EXPECT_THAT(finished.out, HasSubstr("Exit status: 0 when the mode ran"));
+        EXPECT_THAT(finished.out, HasSubstr("2 when the arguments are not understood"));
         EXPECT_EQ(finished.err, "");
     }
     Finished version = run(TARNWICK_PATH, {"--version"}, {"DISPLAY="});
@@ -182,6 +185,67 @@ TEST_F(StoreModesTest, SavingTwiceWithNothingChangedSkipsTheSecondAsTheApplicati
         if (!line.empty()) logged.push_back(line.substr(line.find(' ') + 1));
     EXPECT_THAT(logged, ElementsAre("save (cli): 2 apps \u00B7 2 windows \u00B7 2 tabs",
                                     "save (hook): 2 apps \u00B7 2 windows \u00B7 2 tabs \u2014 unchanged, skipped"));
+}
+
+TEST_F(StoreModesTest, ALineFeedInTheReasonCannotForgeALogLine) {
+    Finished saved = sim({"--save", "x\n2026-01-01T00:00:00Z forged"});
+    ASSERT_TRUE(saved.exitedWith(0)) << saved.err;
+    const std::string line = "save (x\\n2026-01-01T00:00:00Z forged): 2 apps \u00B7 2 windows \u00B7 2 tabs";
+    EXPECT_EQ(lines(saved.out).front(), line);
+    std::string logged = readText(logFile());
+    EXPECT_EQ(std::count(logged.begin(), logged.end(), '\n'), 1) << logged;
+    EXPECT_THAT(logged, ::testing::EndsWith(" " + line + "\n"));
+    // The snapshot keeps the reason as it was given.
+    auto written = fileNames(snapshots());
+    ASSERT_EQ(written.size(), 1u);
+    EXPECT_EQ(decodeSnapshot(readText(snapshots() / written[0]))->reason, "x\n2026-01-01T00:00:00Z forged");
+}
+
+TEST_F(StoreModesTest, ControlCharactersInNamesTitlesAndReasonsReachTheTerminalEscaped) {
+    // An editor whose window title holds an escape sequence.
+    const std::string desktop = R"({
+      "date": "now",
+      "apps": [
+        {"bundleID": "com.example.Editor", "bundlePath": "/Applications/Editor.app", "name": "Editor",
+         "running": true, "windows": [{"title": "Dr\u001b[8maft", "frame": [0, 25, 800, 600]}]}
+      ]
+    })";
+    Finished captured = sim({"--capture"}, desktop);
+    ASSERT_TRUE(captured.exitedWith(0)) << captured.err;
+    Snapshot snapshot = decodeSnapshot(captured.out).value();
+    ASSERT_EQ(snapshot.apps.at(0).windows.at(0).title, "Dr\x1b[8maft");
+    snapshot.apps[0].windows[0].frame->x += 100;
+    snapshot.reason = "auto\x1b[8m\u009b";
+    AppState clock;
+    clock.name = "Clock\x1b[8m";
+    clock.bundlePath = "/Applications/Clock.app";
+    snapshot.apps.push_back(clock);
+    store(snapshot);
+
+    Finished diff = sim({"--diff"}, desktop);
+    ASSERT_TRUE(diff.exitedWith(0)) << diff.err;
+    auto said = lines(diff.out);
+    ASSERT_EQ(said.size(), 3u) << diff.out;
+    EXPECT_THAT(said[0], HasSubstr(" (auto\\u001b[8m\\u009b, 2 apps"));
+    EXPECT_EQ(said[1], "  move: Editor \"Dr\\u001b[8maft\" from 0,25 to 100,25 (100 px)");
+    EXPECT_EQ(said[2], "  cannot: Clock\\u001b[8m: app not found");
+
+    Finished list = sim({"--list"}, desktop);
+    ASSERT_TRUE(list.exitedWith(0)) << list.err;
+    EXPECT_THAT(list.out, HasSubstr("  auto\\u001b[8m\\u009b  2 apps"));
+    Finished json = sim({"--list", "--json"}, desktop);
+    ASSERT_TRUE(json.exitedWith(0)) << json.err;
+    EXPECT_THAT(json.out, HasSubstr("\"reason\": \"auto\\u001b[8m\\u009b\""));
+
+    Finished restored = sim({"--restore", "latest"}, desktop);
+    ASSERT_TRUE(restored.exitedWith(0)) << restored.err;
+    EXPECT_EQ(restored.out,
+              "Restoring 1/2: Editor\n"
+              "Restoring 2/2: Clock\\u001b[8m\n"
+              "launched 0, windows 1, tabs 0\n"
+              "problem: Clock\\u001b[8m: app not found\n");
+    for (const Finished* run : {&diff, &list, &json, &restored})
+        for (char c : run->out) EXPECT_NE(c, '\x1b');
 }
 
 TEST_F(StoreModesTest, RestoreBeforeBootWithNoneSaysSoWithStatusOne) {

@@ -23,6 +23,7 @@
 #include <sys/wait.h>
 
 #include <chrono>
+#include <csignal>
 #include <fstream>
 #include <thread>
 
@@ -527,6 +528,57 @@ TEST_F(TrayTest, TheFirstLaunchRegistersTheAutostartEntryAndOpenAtLoginTogglesIt
     ASSERT_NO_FATAL_FAILURE(startApp());
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_FALSE(std::filesystem::exists(autostart()));
+}
+
+TEST_F(TrayTest, ASecondStartSaysTarnwickIsAlreadyRunningAndLeavesTheFirstAlone) {
+    ASSERT_NO_FATAL_FAILURE(startServices(false));
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    int error = 0;
+    auto second = ChildProcess::start(TARNWICK_PATH, {}, ChildProcess::Input::inherit, ChildProcess::ErrorOutput::pipe,
+                                      error);
+    ASSERT_TRUE(second) << std::strerror(error);
+    auto status = second->waitUntil(std::chrono::steady_clock::now() + std::chrono::seconds(5));
+    if (!status) second->terminateInBackground();
+    ASSERT_TRUE(status) << "the second start is still running";
+    EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
+    std::string said;
+    char chunk[4096];
+    for (ssize_t n; (n = ::read(second->errorOutput().get(), chunk, sizeof chunk)) > 0;)
+        said.append(chunk, static_cast<size_t>(n));
+    EXPECT_EQ(said, "tarnwick: Tarnwick is already running\n");
+    EXPECT_FALSE(app->exited(0.5)) << "the first keeps running";
+    EXPECT_EQ(logLinesWith("launched; boot time ").size(), 1u) << "only the first launched";
+
+    // Once the first has quit, the next start is the application again.
+    ::kill(app->pid(), SIGKILL);
+    ASSERT_TRUE(app->exited(10.0));
+    app.reset();
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    EXPECT_TRUE(eventually([&] { return logLinesWith("launched; boot time ").size() == 2; }));
+}
+
+TEST_F(TrayTest, HandEditedIntervalsThatCannotBeHonouredAreIgnoredWithALogLine) {
+    std::filesystem::create_directories(config() / "Tarnwick");
+    writeText(config() / "Tarnwick" / "settings.ini", "[General]\nautosaveMinutes=153722867280912930\n");
+    ASSERT_NO_FATAL_FAILURE(startServices(false));
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    EXPECT_THAT(logLinesWith("settings:"), ElementsAre("settings: autosaveMinutes 153722867280912930 is beyond 1440 "
+                                                       "minutes; ignored, timed snapshots are off"));
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_TRUE(snapshotFiles().empty()) << "no timer firing without pause";
+    EXPECT_FALSE(app->exited(0.1));
+    ::kill(app->pid(), SIGKILL);
+    ASSERT_TRUE(app->exited(10.0));
+    app.reset();
+
+    writeText(config() / "Tarnwick" / "settings.ini", "[General]\nautosaveMinutes=99999999999999999999\n");
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    EXPECT_TRUE(eventually([&] {
+        return logLinesWith("settings:").size() == 2 &&
+               logLinesWith("settings:")[1] ==
+                   "settings: autosaveMinutes \"99999999999999999999\" is not a number; ignored, read as 0";
+    })) << ::testing::PrintToString(logLinesWith("settings:"));
+    EXPECT_FALSE(app->exited(0.5)) << "the tray keeps running";
 }
 
 TEST_F(TrayTest, ShowSnapshotsAsksTheFileManagerToShowTheFolder) {
