@@ -100,6 +100,7 @@ void AppDelegate::save(const std::string& reason, Task completion) {
                 self->busy_.reset();
                 // Also when the store skipped it: the session was checked and found safe on disk.
                 self->lastSaved_ = date;
+                self->runConfirmedRestore();
             }
             if (completion) completion();
         });
@@ -134,9 +135,27 @@ void AppDelegate::restore(const Snapshot& snapshot) {
             return;
         }
         // The alert is modal but the main queue keeps turning under it: a save
-        // (the one a minute after launch, a timed one) may have started meanwhile.
-        if (busy_) return;
+        // (the one a minute after launch, a timed one) may have started
+        // meanwhile. The user asked for this restore, so it waits for the save
+        // instead of being dropped.
+        if (busy_) {
+            confirmed_.push_back(snapshot);
+            return;
+        }
     }
+    startRestore(snapshot);
+}
+
+void AppDelegate::runConfirmedRestore() {
+    onMain();
+    if (busy_ || confirmed_.empty()) return;
+    Snapshot snapshot = std::move(confirmed_.front());
+    confirmed_.pop_front();
+    startRestore(snapshot);
+}
+
+void AppDelegate::startRestore(const Snapshot& snapshot) {
+    onMain();
     busy_ = "Restoring\u2026";
     // No timed snapshot while windows are moving; the report arms a new timer.
     if (timer_) timer_->invalidate();
@@ -161,6 +180,9 @@ void AppDelegate::report(const Restore::Result& result) {
     scheduleAutosave();
     shell_.activate();
     shell_.runAlert(restoreReport(result));
+    // A restore confirmed at a warning that opened while this one ran; a save
+    // that started under this report runs it instead when it ends.
+    runConfirmedRestore();
 }
 
 Menu AppDelegate::menuNeedsUpdate() {

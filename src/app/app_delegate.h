@@ -9,6 +9,7 @@
 #include "session/restore.h"
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -63,6 +64,10 @@ public:
     explicit AppDelegate(Shell& shell);
 
 private:
+    // Marks the application busy and runs the restore on the work queue.
+    void startRestore(const Snapshot& snapshot);
+    // Starts the first restore confirmed while something ran, when nothing runs now.
+    void runConfirmedRestore();
     void report(const Restore::Result& result);
     std::int64_t autosaveMinutes();
     void onMain() const;
@@ -71,6 +76,9 @@ private:
     std::shared_ptr<Timer> timer_;
     std::optional<std::string> busy_;
     std::optional<Date> lastSaved_;
+    // Restores the user confirmed at the trust warning while another operation
+    // started under it; each runs when the operation before it is over.
+    std::deque<Snapshot> confirmed_;
 };
 
 }  // namespace tarnwick::MenuBar
