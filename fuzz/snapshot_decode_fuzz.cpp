@@ -1,11 +1,14 @@
 // Fuzzes snapshot decoding: any bytes either fail with a reason or decode into
-// records that encode and decode again to the same records.
+// records that encode and decode again to the same records; a Mac reads the
+// same files, without the keys only Linux writes.
 #include "model/invariant.h"
 #include "model/snapshot_json.h"
 
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 using namespace tarnwick;
 
@@ -24,12 +27,34 @@ bool finiteFrames(const Snapshot& s) {
     return true;
 }
 
+Snapshot withoutLinuxKeys(Snapshot s) {
+    for (auto& app : s.apps) {
+        app.commandLine.reset();
+        app.workingDirectory.reset();
+        for (auto& w : app.windows) {
+            w.workspace.reset();
+            w.maximizedHorizontally.reset();
+            w.maximizedVertically.reset();
+        }
+    }
+    return s;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static SnapshotDecoder decoder;
+    static SnapshotDecoder decoder(System::linuxDesktop);
+    static SnapshotDecoder mac(System::macOS);
     std::string error;
-    auto snapshot = decoder.decode({reinterpret_cast<const char*>(data), size}, &error);
+    std::string_view input(reinterpret_cast<const char*>(data), size);
+    auto snapshot = decoder.decode(input, &error);
+    // The keys only Linux writes never decide whether a file is readable: a Mac
+    // reads the same files, with those keys absent.
+    std::string macError;
+    auto onMac = mac.decode(input, &macError);
+    if (onMac.has_value() != snapshot.has_value()) invariantFailed("a Mac and Linux disagree on a file: " + macError);
+    if (onMac && !sameList(onMac->apps, withoutLinuxKeys(*snapshot).apps))
+        invariantFailed("a Mac read a key only Linux writes");
     if (!snapshot) {
         if (error.empty()) invariantFailed("decoding failed without a reason");
         return 0;

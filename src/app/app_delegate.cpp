@@ -114,6 +114,7 @@ void AppDelegate::save(const std::string& reason, Task completion) {
                 // Also when the store skipped it: the session was checked and found
                 // safe on disk. A failed save left nothing safe, so the date stays.
                 if (saved != Store::Saved::failed) self->lastSaved_ = date;
+                self->runConfirmedRestore();
             }
             if (completion) completion();
         });
@@ -142,10 +143,11 @@ void AppDelegate::restore(const Snapshot& snapshot) {
     // A snapshot from elsewhere starts only what this machine's entries name,
     // unless the user vouches for it here.
     Snapshot chosen = snapshot;
+    bool asked = false;
     if (auto starts = Restore::startsNeedingTrust(snapshot); !starts.empty()) {
         shell_.activate();
         if (shell_.runAlert(foreignSnapshotQuestion(starts)) == 1) chosen.trusted = true;
-        if (busy_) return;
+        asked = true;
     }
     if (!AXO::trusted()) {
         shell_.activate();
@@ -155,16 +157,35 @@ void AppDelegate::restore(const Snapshot& snapshot) {
             if (texts.settingsURL) shell_.openURL(*texts.settingsURL);
             return;
         }
-        // The alert is modal but the main queue keeps turning under it: a save
-        // (the one a minute after launch, a timed one) may have started meanwhile.
-        if (busy_) return;
+        asked = true;
     }
+    // The alerts are modal but the main queue keeps turning under them: a save
+    // (the one a minute after launch, a timed one) may have started meanwhile.
+    // The user asked for this restore, so it waits for the save instead of
+    // being dropped.
+    if (asked && busy_) {
+        confirmed_.push_back(std::move(chosen));
+        return;
+    }
+    startRestore(chosen);
+}
+
+void AppDelegate::runConfirmedRestore() {
+    onMain();
+    if (busy_ || confirmed_.empty()) return;
+    Snapshot snapshot = std::move(confirmed_.front());
+    confirmed_.pop_front();
+    startRestore(snapshot);
+}
+
+void AppDelegate::startRestore(const Snapshot& snapshot) {
+    onMain();
     busy_ = "Restoring\u2026";
     // No timed snapshot while windows are moving; the report arms a new timer.
     if (timer_) timer_->invalidate();
     std::weak_ptr<AppDelegate> weak = weak_from_this();
     Shell* shell = &shell_;
-    shell_.async([weak, shell, snapshot = std::move(chosen)] {
+    shell_.async([weak, shell, snapshot] {
         Restore::Result result = Restore::run(snapshot, [weak, shell](const std::string& text) {
             shell->toMain([weak, text] {
                 if (auto self = weak.lock()) self->busy_ = text;
@@ -183,6 +204,9 @@ void AppDelegate::report(const Restore::Result& result) {
     scheduleAutosave();
     shell_.activate();
     shell_.runAlert(restoreReport(result));
+    // A restore confirmed at a warning that opened while this one ran; a save
+    // that started under this report runs it instead when it ends.
+    runConfirmedRestore();
 }
 
 Menu AppDelegate::menuNeedsUpdate() {

@@ -9,6 +9,7 @@
 #include "session/restore.h"
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -66,6 +67,10 @@ public:
     explicit AppDelegate(Shell& shell);
 
 private:
+    // Marks the application busy and runs the restore on the work queue.
+    void startRestore(const Snapshot& snapshot);
+    // Starts the first restore confirmed while something ran, when nothing runs now.
+    void runConfirmedRestore();
     void report(const Restore::Result& result);
     // The setting; a value beyond `maxAutosaveMinutes` reads as 0, with one log line.
     std::int64_t autosaveMinutes();
@@ -76,6 +81,9 @@ private:
     std::optional<std::string> busy_;
     std::optional<Date> lastSaved_;
     std::optional<std::int64_t> ignoredMinutes_;  // the out-of-range value already logged
+    // Restores the user confirmed at the trust warning while another operation
+    // started under it; each runs when the operation before it is over.
+    std::deque<Snapshot> confirmed_;
 };
 
 }  // namespace tarnwick::MenuBar

@@ -1,6 +1,8 @@
 // Log lines and alert texts of the save and restore flows.
 #include "app/texts.h"
 
+#include "model/printable.h"
+
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -95,7 +97,7 @@ Alert restoreReport(const Restore::Result& result) {
 
 Alert foreignSnapshotQuestion(const std::vector<std::string>& starts) {
     std::string list;
-    for (size_t i = 0; i < starts.size() && i < problemsShown; ++i) list += "\n\u2022 " + starts[i];
+    for (size_t i = 0; i < starts.size() && i < problemsShown; ++i) list += "\n\u2022 " + printable(starts[i]);
     if (starts.size() > problemsShown) list += "\n\u2022 \u2026";
     return Alert{"This snapshot was not saved by Tarnwick on this computer",
                  "Restoring it would also start what it names itself:" + list +

@@ -22,13 +22,26 @@ std::optional<std::string> encodeSnapshot(const Snapshot& snapshot, const std::o
 // A text as a JSON string, quotes included, escaped as the file form escapes.
 std::string jsonString(std::string_view text);
 
+// The system whose snapshot files a reader reads. Linux writes a few keys of
+// its own (a window's workspace, a program's command line) that another system
+// could not act on, and so reads as unknown keys.
+enum class System { macOS, linuxDesktop };
+#if defined(__APPLE__)
+inline constexpr System thisSystem = System::macOS;
+#else
+inline constexpr System thisSystem = System::linuxDesktop;
+#endif
+
 // Reads snapshot files. Every required key must be present with the right type;
 // optional keys may be missing or null; unknown keys are ignored; an unknown
-// kind makes the whole snapshot unreadable. Keeps its parser's buffers between
+// kind makes the whole snapshot unreadable. The keys only Linux writes are read
+// on Linux only, and one of the wrong type reads as absent: they refine a
+// session that is whole without them. Keeps its parser's buffers between
 // calls, so one decoder reading many files allocates once.
 class SnapshotDecoder {
 public:
-    SnapshotDecoder();
+    // Reads the files as `system` reads them: by default as this build's system.
+    explicit SnapshotDecoder(System system = thisSystem);
     ~SnapshotDecoder();
     SnapshotDecoder(const SnapshotDecoder&) = delete;
     SnapshotDecoder& operator=(const SnapshotDecoder&) = delete;
@@ -48,9 +61,11 @@ public:
 private:
     struct Parser;
     std::unique_ptr<Parser> parser_;
+    System system_;
 };
 
 // One-off decoding with a fresh decoder.
-std::optional<Snapshot> decodeSnapshot(std::string_view json, std::string* error = nullptr);
+std::optional<Snapshot> decodeSnapshot(std::string_view json, std::string* error = nullptr,
+                                       System system = thisSystem);
 
 }  // namespace tarnwick

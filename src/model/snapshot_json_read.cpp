@@ -65,6 +65,8 @@ public:
     // False: every check is made but nothing is kept, for a caller that only
     // needs to know whether a file is a snapshot, and its date.
     bool build = true;
+    // False: the keys only Linux writes are skipped like unknown keys.
+    bool linuxKeys = true;
 
     bool fail(const Where& where, std::string_view what) {
         if (error.empty()) {
@@ -152,6 +154,19 @@ public:
         return (this->*read)(value, parent.child(members.keys[i]), out.emplace());
     }
 
+    // A key only Linux writes: skipped elsewhere. What it holds refines a
+    // session that is whole without it, so a value of the wrong type reads as
+    // absent instead of losing the whole file.
+    template <size_t N, typename T>
+    bool linuxOnly(const Members<N>& members, size_t i, const Where& parent, std::optional<T>& out,
+                   bool (Reader::*read)(element, const Where&, T&)) {
+        if (!linuxKeys || optional(members, i, parent, out, read)) return true;
+        // Reading stops at the first failure, so this one is the only one.
+        error.clear();
+        out.reset();
+        return true;
+    }
+
     // A member that must be there, not null, and readable with `read`.
     template <size_t N, typename T>
     bool required(const Members<N>& members, size_t i, const Where& parent, T& out,
@@ -184,23 +199,18 @@ public:
                optional(members, frame_, where, out.frame, &Reader::frame) &&
                required(members, minimized, where, out.minimized, &Reader::flag) &&
                required(members, fullScreen, where, out.fullScreen, &Reader::flag) &&
-               optional(members, workspace, where, out.workspace, &Reader::integer) &&
-               optional(members, maximizedHorizontally, where, out.maximizedHorizontally, &Reader::flag) &&
-               optional(members, maximizedVertically, where, out.maximizedVertically, &Reader::flag);
+               linuxOnly(members, workspace, where, out.workspace, &Reader::integer) &&
+               linuxOnly(members, maximizedHorizontally, where, out.maximizedHorizontally, &Reader::flag) &&
+               linuxOnly(members, maximizedVertically, where, out.maximizedVertically, &Reader::flag);
     }
 
-    template <size_t N>
-    bool optionalTexts(const Members<N>& members, size_t i, const Where& parent,
-                       std::optional<std::vector<std::string>>& out) {
-        element value;
+    // A list of texts, each item a string.
+    bool texts(element value, const Where& where, std::vector<std::string>& out) {
         simdjson::dom::array list;
-        if (!optional(members, i, value)) return true;
-        Where where = parent.child(members.keys[i]);
         if (!array(value, where, list)) return false;
-        auto& words = out.emplace();
         size_t n = 0;
         for (element item : list)
-            if (!text(item, where.at(n++), words.emplace_back())) return false;
+            if (!text(item, where.at(n++), out.emplace_back())) return false;
         return true;
     }
 
@@ -283,8 +293,8 @@ public:
                required(members, hidden, where, out.hidden, &Reader::flag) &&
                list(members, windows, where, out.windows, &Reader::window) &&
                list(members, scripted_, where, out.scripted, &Reader::scripted) &&
-               optionalTexts(members, commandLine, where, out.commandLine) &&
-               optional(members, workingDirectory, where, out.workingDirectory, &Reader::text);
+               linuxOnly(members, commandLine, where, out.commandLine, &Reader::texts) &&
+               linuxOnly(members, workingDirectory, where, out.workingDirectory, &Reader::text);
     }
 
     bool snapshot(element root, Snapshot& out) {
@@ -298,7 +308,7 @@ public:
                required(members, reason, where, out.reason, &Reader::text) &&
                optional(members, frontmost, where, out.frontmost, &Reader::text) &&
                list(members, apps, where, out.apps, &Reader::app) &&
-               optional(members, signature, where, out.signature, &Reader::text);
+               linuxOnly(members, signature, where, out.signature, &Reader::text);
     }
 };
 
@@ -317,11 +327,12 @@ struct SnapshotDecoder::Parser {
         return root;
     }
 
-    std::optional<Snapshot> read(std::string_view json, bool padded, bool build, std::string* error) {
+    std::optional<Snapshot> read(std::string_view json, bool padded, bool build, System system, std::string* error) {
         auto root = parse(json, padded, error);
         if (!root) return std::nullopt;
         Reader reader;
         reader.build = build;
+        reader.linuxKeys = system == System::linuxDesktop;
         Snapshot snapshot;
         // Text from a file is nobody's until its signature says whose it is.
         snapshot.trusted = false;
@@ -335,25 +346,25 @@ struct SnapshotDecoder::Parser {
 
 static_assert(SnapshotDecoder::padding >= simdjson::SIMDJSON_PADDING);
 
-SnapshotDecoder::SnapshotDecoder() : parser_(std::make_unique<Parser>()) {}
+SnapshotDecoder::SnapshotDecoder(System system) : parser_(std::make_unique<Parser>()), system_(system) {}
 SnapshotDecoder::~SnapshotDecoder() = default;
 
 std::optional<Snapshot> SnapshotDecoder::decode(std::string_view json, std::string* error) {
-    return parser_->read(json, false, true, error);
+    return parser_->read(json, false, true, system_, error);
 }
 
 std::optional<Snapshot> SnapshotDecoder::decodePadded(std::string_view json, std::string* error) {
-    return parser_->read(json, true, true, error);
+    return parser_->read(json, true, true, system_, error);
 }
 
 std::optional<Date> SnapshotDecoder::datePadded(std::string_view json, std::string* error) {
-    auto checked = parser_->read(json, true, false, error);
+    auto checked = parser_->read(json, true, false, system_, error);
     if (!checked) return std::nullopt;
     return checked->date;
 }
 
-std::optional<Snapshot> decodeSnapshot(std::string_view json, std::string* error) {
-    return SnapshotDecoder().decode(json, error);
+std::optional<Snapshot> decodeSnapshot(std::string_view json, std::string* error, System system) {
+    return SnapshotDecoder(system).decode(json, error);
 }
 
 }  // namespace tarnwick

@@ -1,6 +1,7 @@
 // Restore::appURL and Restore::ensureRunning: finding or launching an application.
 #include "session/restore.h"
 
+#include "model/printable.h"
 #include "scripting/quoting.h"
 #include "session/bundle_path.h"
 #include "store/log.h"
@@ -126,7 +127,7 @@ std::optional<Running> ensureRunning(const AppState& app, Result& result, std::v
     }
     // The sink may run after we stopped waiting, so it owns its copy of the name.
     std::string prefix = "launch " + lastPathComponent(*bundle) + ": ";
-    ErrorSink onError = [prefix](const std::string& error) { log(prefix + error); };
+    ErrorSink onError = [prefix](const std::string& error) { log(printable(prefix + error)); };
     auto launched = commandLine || app.workingDirectory
                         ? desktop.launch(LaunchRequest{*bundle, commandLine, app.workingDirectory},
                                          launchAnswerTimeout, onError)

@@ -2,6 +2,7 @@
 #include "session/restore.h"
 
 #include "access/axo.h"
+#include "model/printable.h"
 #include "scripting/capture_scripts.h"
 #include "scripting/restore_scripts.h"
 #include "store/log.h"
@@ -120,7 +121,7 @@ AppState reachableWindows(const AppState& app, const Running& running, Result& r
     std::string prefix = "new window of " + app.name + ": ";
     std::int64_t asked = 0;
     while (live + asked < recorded &&
-           desktop.openNewWindow(running.app, [prefix](const std::string& error) { log(prefix + error); }))
+           desktop.openNewWindow(running.app, [prefix](const std::string& error) { log(printable(prefix + error)); }))
         asked += 1;
     if (asked > 0) live = static_cast<std::int64_t>(waitForWindows(pid, live + asked, newWindowWait).size());
     if (live >= recorded) return app;

@@ -2,6 +2,7 @@
 #include "session/restore.h"
 
 #include "access/axo.h"
+#include "model/printable.h"
 #include "store/log.h"
 
 #include <cmath>
@@ -50,7 +51,7 @@ std::vector<Element> reopenDocuments(const AppState& app, std::int32_t pid, std:
     // The sink may run after we stopped waiting, so it owns its copy of the name.
     std::string prefix = "open docs in " + app.name + ": ";
     platform().openDocuments(missing, *bundle, documentOpenTimeout,
-                             [prefix](const std::string& error) { log(prefix + error); });
+                             [prefix](const std::string& error) { log(printable(prefix + error)); });
     return waitForWindows(pid, static_cast<std::int64_t>(app.windows.size()), documentWindowWait);
 }
 

@@ -98,6 +98,16 @@ TEST_F(RestoreFlowTest, ARestoreDuringASaveDoesNothing) {
     EXPECT_THAT(shell.alerts, IsEmpty());
     EXPECT_THAT(logLines("restore"), IsEmpty());
     EXPECT_EQ(shell.workRun(), 2) << "the prune and the save";
+
+    // Without access too: asked for while busy, it shows no warning and does
+    // not wait for the save to end.
+    desktop.trusted = false;
+    delegate->save("manual");
+    delegate->restore(notesSession());
+    shell.settle();
+    EXPECT_THAT(shell.alerts, IsEmpty());
+    EXPECT_THAT(logLines("restore"), IsEmpty());
+    EXPECT_EQ(shell.workRun(), 3) << "the second save only";
 }
 
 TEST_F(RestoreFlowTest, ASecondRestoreDuringARestoreDoesNothing) {
@@ -170,7 +180,7 @@ TEST_F(RestoreFlowTest, WithoutTrustRestoreAnywayRunsAsWhenTrusted) {
     EXPECT_THAT(shell.openedURLs, IsEmpty());
 }
 
-TEST_F(RestoreFlowTest, ASaveThatStartsWhileTheWarningIsOpenDropsTheRestore) {
+TEST_F(RestoreFlowTest, ARestoreConfirmedWhileASaveStartedRunsWhenTheSaveEnds) {
     startNotes();
     startHungBrowser();  // the launch snapshot takes 20 s, so it outlasts the warning
     shell.integers["autosaveMinutes"] = 5;
@@ -182,13 +192,49 @@ TEST_F(RestoreFlowTest, ASaveThatStartsWhileTheWarningIsOpenDropsTheRestore) {
 
     ASSERT_EQ(shell.alerts.size(), 1u);
     EXPECT_EQ(shell.alerts[0].message, "Accessibility access is off");
-    EXPECT_EQ(delegate->busy(), "Saving…") << "the save is still running when the warning closes";
+    EXPECT_EQ(delegate->busy(), "Saving\u2026") << "the save is still running when the warning closes";
+    EXPECT_THAT(logLines("save"), IsEmpty());
+
+    // The save ends, and the restore starts in the same turn of the main
+    // queue: never beside the save, and with no idle moment for another one.
+    std::vector<std::string> seen;
+    while (shell.alerts.size() == 1 && shell.runNextMainTask()) seen.push_back(delegate->busy().value_or("(idle)"));
+    EXPECT_THAT(seen, ElementsAre("Restoring\u2026", "Restoring 1/1: Notes", "(idle)"));
     shell.settle();
 
-    EXPECT_EQ(shell.alerts.size(), 1u) << "no report: the restore never ran";
-    EXPECT_THAT(logLines("restore"), IsEmpty());
-    // Without access the generic windows are not listed.
-    EXPECT_THAT(logLines("save"), ElementsAre("save (auto): 2 apps \u00B7 0 windows"));
+    ASSERT_EQ(shell.alerts.size(), 2u);
+    EXPECT_EQ(shell.alerts[1].message, "Session restored");
+    // Without access the generic windows are neither listed nor put back.
+    std::vector<std::string> operations;
+    for (const std::string& line : logLines(""))
+        if (line.rfind("save", 0) == 0 || line.rfind("restore", 0) == 0) operations.push_back(line);
+    EXPECT_THAT(operations, ElementsAre("save (auto): 2 apps \u00B7 0 windows",
+                                        "restore: launched 0, windows 0, tabs 0, problems []"));
+    EXPECT_EQ(shell.workRun(), 3) << "the prune, the save, then the restore";
+    EXPECT_FALSE(delegate->busy());
+    ASSERT_EQ(shell.liveTimers().size(), 1u) << "the report arms the timer again";
+}
+
+TEST_F(RestoreFlowTest, ARestoreConfirmedWhileAnotherRanRunsAfterItsReport) {
+    launch();
+    desktop.trusted = false;
+    shell.alertAnswers = {0, 0};
+    shell.alertOpenFor = 10;
+    // Under the first warning a second restore is asked for and confirmed at
+    // its own warning, so it runs first and the first waits for its report.
+    shell.after(5, [this] { delegate->restore(missingApps(2)); });
+    delegate->restore(notesSession());
+    EXPECT_EQ(shell.alerts.size(), 2u);
+    EXPECT_TRUE(delegate->busy()) << "the second restore runs";
+    shell.settle();
+
+    ASSERT_EQ(shell.alerts.size(), 4u);
+    EXPECT_EQ(shell.alerts[2].message, "Session restored, with some gaps");
+    EXPECT_EQ(shell.alerts[3].message, "Session restored");
+    EXPECT_THAT(logLines("restore"),
+                ElementsAre("restore: launched 0, windows 0, tabs 0, problems [\"Gone 1: app not found\", "
+                            "\"Gone 2: app not found\"]",
+                            "restore: launched 1, windows 0, tabs 0, problems []"));
     EXPECT_FALSE(delegate->busy());
 }
 

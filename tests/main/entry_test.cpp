@@ -34,6 +34,23 @@ TEST(EntryChoose, RestoreAsTheLastArgumentStartsTheApplication) {
     EXPECT_EQ(choose({"tarnwick", "a", "--restore"}).mode, Mode::usage);
 }
 
+TEST(EntryChoose, TrustGoesWithARestoreOrADiffOnly) {
+    EXPECT_FALSE(choose({"tarnwick", "--restore", "a.json"}).trust);
+    EXPECT_TRUE(choose({"tarnwick", "--restore", "a.json", "--trust"}).trust);
+    EXPECT_TRUE(choose({"tarnwick", "--trust", "--restore", "a.json"}).trust);
+    auto diff = choose({"tarnwick", "--diff", "a.json", "--trust"});
+    EXPECT_EQ(diff.mode, Mode::diff);
+    EXPECT_EQ(diff.path, "a.json");
+    EXPECT_TRUE(diff.trust);
+    for (auto arguments : std::vector<std::vector<std::string>>{{"tarnwick", "--trust"},
+                                                                {"tarnwick", "--list", "--trust"},
+                                                                {"tarnwick", "--save", "--trust"}}) {
+        auto choice = choose(arguments);
+        EXPECT_EQ(choice.mode, Mode::usage) << arguments.back();
+        EXPECT_EQ(choice.problem, "--trust goes with --restore or --diff; tarnwick --help lists the modes");
+    }
+}
+
 TEST(EntryChoose, TheProgramPathItselfIsExamined) {
     EXPECT_EQ(choose({"--capture"}).mode, Mode::capture);
     auto choice = choose({"--restore", "x.json"});

@@ -378,19 +378,126 @@ TEST(SnapshotJsonLinux, NewFieldsReadBackEqual) {
     EXPECT_FALSE(sameList(elsewhere.apps, s.apps));
 }
 
-TEST(SnapshotJsonLinux, NullOrMissingReadsAsAbsentAndAWrongTypeDoesNotDecode) {
+// The session without what only Linux records.
+Snapshot withoutLinuxKeys(Snapshot s) {
+    for (AppState& app : s.apps) {
+        app.commandLine.reset();
+        app.workingDirectory.reset();
+        for (WindowState& window : app.windows) {
+            window.workspace.reset();
+            window.maximizedHorizontally.reset();
+            window.maximizedVertically.reset();
+        }
+    }
+    return s;
+}
+
+TEST(SnapshotJsonLinux, NullOrMissingReadsAsAbsent) {
     std::string text = *encodeSnapshot(linuxSnapshot());
     auto nulled = decodeSnapshot(withReplaced(text, R"("workspace" : 1)", R"("workspace" : null)"));
     ASSERT_TRUE(nulled);
     EXPECT_EQ(nulled->apps[0].windows[0].workspace, std::nullopt);
-    for (auto [from, to] : {std::pair{R"("workspace" : 1)", R"("workspace" : "1")"},
-                            std::pair{R"("maximizedVertically" : true)", R"("maximizedVertically" : 1)"},
-                            std::pair{R"("-geometry")", "7"},
-                            std::pair{R"("workingDirectory" : "\/home\/someone\/project")", R"("workingDirectory" : [])"}}) {
+}
+
+TEST(SnapshotJsonLinux, AWrongTypeReadsAsAbsentAndLosesNothingElse) {
+    std::string text = *encodeSnapshot(linuxSnapshot());
+    struct Case {
+        const char* from;
+        const char* to;
+        void (*clear)(Snapshot&);
+    };
+    const Case cases[] = {
+        {R"("workspace" : 1)", R"("workspace" : "two")", [](Snapshot& s) { s.apps[0].windows[0].workspace.reset(); }},
+        {R"("workspace" : 1)", R"("workspace" : 1.5)", [](Snapshot& s) { s.apps[0].windows[0].workspace.reset(); }},
+        {R"("workspace" : 1)", R"("workspace" : 18446744073709551615)",
+         [](Snapshot& s) { s.apps[0].windows[0].workspace.reset(); }},
+        {R"("maximizedVertically" : true)", R"("maximizedVertically" : 1)",
+         [](Snapshot& s) { s.apps[0].windows[0].maximizedVertically.reset(); }},
+        {R"("maximizedHorizontally" : false)", R"("maximizedHorizontally" : "no")",
+         [](Snapshot& s) { s.apps[0].windows[0].maximizedHorizontally.reset(); }},
+        {R"("commandLine" : [)", R"("commandLine" : 5, "x-was" : [)",
+         [](Snapshot& s) { s.apps[0].commandLine.reset(); }},
+        // One word of the wrong type: the whole command line, not a part of it.
+        {R"("-geometry")", "7", [](Snapshot& s) { s.apps[0].commandLine.reset(); }},
+        {R"("workingDirectory" : "\/home\/someone\/project")", R"("workingDirectory" : [])",
+         [](Snapshot& s) { s.apps[1].workingDirectory.reset(); }},
+    };
+    for (const Case& c : cases) {
+        std::string changed = withReplaced(text, c.from, c.to);
+        ASSERT_NE(changed, text) << c.to;
         std::string reason;
-        EXPECT_FALSE(decodeSnapshot(withReplaced(text, from, to), &reason)) << to;
-        EXPECT_FALSE(reason.empty());
+        auto decoded = decodeSnapshot(changed, &reason);
+        ASSERT_TRUE(decoded) << c.to << ": " << reason;
+        Snapshot expected = linuxSnapshot();
+        c.clear(expected);
+        EXPECT_TRUE(sameSnapshot(*decoded, expected)) << c.to;
+        // The padded path the store takes makes the same checks.
+        std::string padded = changed + std::string(SnapshotDecoder::padding, ' ');
+        EXPECT_EQ(SnapshotDecoder().datePadded(std::string_view(padded.data(), changed.size())), decoded->date)
+            << c.to;
     }
+}
+
+TEST(SnapshotJsonLinux, ARequiredKeyAfterAWrongLinuxKeyStillFailsTheFile) {
+    std::string text = *encodeSnapshot(linuxSnapshot());
+    // The first application's window carries the wrong workspace; the second
+    // application, read after it, the wrong "hidden".
+    std::string changed = withReplaced(text, R"("workspace" : 1)", R"("workspace" : "two")");
+    size_t second = changed.find(R"("bundleID" : "debian-xterm.desktop")");
+    ASSERT_NE(second, std::string::npos);
+    changed.replace(changed.find(R"("hidden" : false)", second), 16, R"("hidden" : "no")");
+    std::string reason;
+    EXPECT_FALSE(decodeSnapshot(changed, &reason));
+    EXPECT_EQ(reason, "\"apps[1].hidden\" is not a boolean");
+    EXPECT_FALSE(decodeSnapshot(changed, &reason, System::macOS));
+    EXPECT_EQ(reason, "\"apps[1].hidden\" is not a boolean");
+    // So does a required key of the wrong type in the same window.
+    std::string window = withReplaced(withReplaced(text, R"("workspace" : 1)", R"("workspace" : [])"),
+                                      R"("minimized" : false)", R"("minimized" : 0)");
+    EXPECT_FALSE(decodeSnapshot(window, &reason));
+    EXPECT_EQ(reason, "\"apps[0].windows[0].minimized\" is not a boolean");
+}
+
+TEST(SnapshotJsonLinux, AMacReadsThemAsUnknownKeys) {
+    std::string text = *encodeSnapshot(linuxSnapshot());
+    SnapshotDecoder mac(System::macOS);
+    std::string reason;
+    auto decoded = mac.decode(text, &reason);
+    ASSERT_TRUE(decoded) << reason;
+    EXPECT_TRUE(sameSnapshot(*decoded, withoutLinuxKeys(linuxSnapshot())));
+    EXPECT_EQ(decoded->apps[0].windows[0].frame, (Frame{10, 20, 300, 200}));
+    EXPECT_EQ(decoded->apps[0].bundlePath, "/usr/bin/xlogo");
+    // Whatever they hold.
+    std::string odd = withReplaced(withReplaced(text, R"("workspace" : 1)", R"("workspace" : "two")"),
+                                   R"("commandLine" : [)", R"("commandLine" : 5, "x-was" : [)");
+    auto oddDecoded = decodeSnapshot(odd, &reason, System::macOS);
+    ASSERT_TRUE(oddDecoded) << reason;
+    EXPECT_TRUE(sameSnapshot(*oddDecoded, withoutLinuxKeys(linuxSnapshot())));
+    // This build reads them.
+    auto here = decodeSnapshot(text);
+    ASSERT_TRUE(here);
+    EXPECT_TRUE(sameSnapshot(*here, linuxSnapshot()));
+    EXPECT_EQ(thisSystem, System::linuxDesktop);
+}
+
+TEST(SnapshotJsonLinux, TheSignatureIsReadOnLinuxOnlyAndAWrongTypeMeansNone) {
+    Snapshot signed_ = linuxSnapshot();
+    signed_.signature = std::string(64, 'a');
+    std::string text = *encodeSnapshot(signed_);
+    EXPECT_NE(text.find("  \"reason\" : \"manual\",\n  \"signature\" : \"aaaa"), std::string::npos) << text;
+    auto here = decodeSnapshot(text);
+    ASSERT_TRUE(here);
+    EXPECT_EQ(here->signature, signed_.signature);
+    EXPECT_FALSE(here->trusted) << "a file is trusted only once its signature is checked";
+    auto mac = decodeSnapshot(text, nullptr, System::macOS);
+    ASSERT_TRUE(mac);
+    EXPECT_EQ(mac->signature, std::nullopt);
+    std::string reason;
+    auto odd = decodeSnapshot(withReplaced(text, "\"signature\" : \"" + std::string(64, 'a') + "\"",
+                                           "\"signature\" : 12"),
+                              &reason);
+    ASSERT_TRUE(odd) << reason;
+    EXPECT_EQ(odd->signature, std::nullopt);
 }
 
 TEST(SnapshotJsonLinux, AReaderThatKnowsNoneOfThemStillReadsTheRest) {

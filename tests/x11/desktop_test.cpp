@@ -787,6 +787,8 @@ TEST_F(ForeignSnapshotTest, TheDiffShowsWhatEveryLaunchWouldRunAndWhatItWouldNot
               std::string::npos)
         << diff.out;
     EXPECT_NE(diff.out.find("  cannot: Tool: not started"), std::string::npos) << diff.out;
+    EXPECT_NE(diff.out.find("  cannot: Clock\\u001b[8m: not started"), std::string::npos) << diff.out;
+    EXPECT_EQ(diff.out.find("\x1b"), std::string::npos) << "no raw escape reaches the terminal";
     EXPECT_TRUE(marksLeft().empty());
 }
 
