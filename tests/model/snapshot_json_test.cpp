@@ -484,7 +484,7 @@ TEST(SnapshotJsonLinux, TheSignatureIsReadOnLinuxOnlyAndAWrongTypeMeansNone) {
     Snapshot signed_ = linuxSnapshot();
     signed_.signature = std::string(64, 'a');
     std::string text = *encodeSnapshot(signed_);
-    EXPECT_NE(text.find("  \"reason\" : \"manual\",\n  \"signature\" : \"aaaa"), std::string::npos) << text;
+    EXPECT_NE(text.find("  \"reason\" : \"cli\",\n  \"signature\" : \"aaaa"), std::string::npos) << text;
     auto here = decodeSnapshot(text);
     ASSERT_TRUE(here);
     EXPECT_EQ(here->signature, signed_.signature);
