@@ -65,12 +65,17 @@ inline std::vector<std::string> environmentWith(const std::vector<std::string>& 
     return env;
 }
 
-// Runs the program with the arguments in our environment plus `extra`, and
-// collects both outputs. Standard error only ever holds a line or two, so it
-// is read after standard output without risk of a full pipe.
-// `folder`, when given, is its working folder.
-inline Finished run(const std::string& program, const std::vector<std::string>& arguments,
-                    const std::vector<std::string>& extra = {}, const std::string& folder = "") {
+// Starts the program with the arguments in our environment plus `extra`, in
+// `folder` when one is given, its standard output and error on pipes whose
+// reading ends are handed back; the spawn's error number, 0 when it started.
+struct Spawned {
+    pid_t pid = 0;
+    int out = -1;
+    int err = -1;
+    int error = 0;
+};
+inline Spawned spawnWithPipes(const std::string& program, const std::vector<std::string>& arguments,
+                              const std::vector<std::string>& extra, const std::string& folder) {
     int out[2], err[2];
     if (::pipe(out) != 0 || ::pipe(err) != 0) std::abort();
     posix_spawn_file_actions_t actions;
@@ -89,18 +94,31 @@ inline Finished run(const std::string& program, const std::vector<std::string>& 
     std::vector<char*> envp;
     for (auto& entry : env) envp.push_back(entry.data());
     envp.push_back(nullptr);
-    pid_t pid = 0;
-    int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    Spawned spawned;
+    spawned.error = posix_spawn(&spawned.pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     ::close(out[1]);
     ::close(err[1]);
+    spawned.out = out[0];
+    spawned.err = err[0];
+    return spawned;
+}
+
+// Runs the program with the arguments in our environment plus `extra`, and
+// collects both outputs. Standard error only ever holds a line or two, so it
+// is read after standard output without risk of a full pipe.
+// `folder`, when given, is its working folder.
+inline Finished run(const std::string& program, const std::vector<std::string>& arguments,
+                    const std::vector<std::string>& extra = {}, const std::string& folder = "") {
+    Spawned child = spawnWithPipes(program, arguments, extra, folder);
     Finished finished;
-    finished.out = drain(out[0]);
-    finished.err = drain(err[0]);
-    if (spawned != 0) {
-        ADD_FAILURE() << "cannot start " << program << ": " << std::strerror(spawned);
+    finished.out = drain(child.out);
+    finished.err = drain(child.err);
+    if (child.error != 0) {
+        ADD_FAILURE() << "cannot start " << program << ": " << std::strerror(child.error);
         return finished;
     }
+    pid_t pid = child.pid;
     while (::waitpid(pid, &finished.status, 0) < 0 && errno == EINTR) {
     }
     return finished;
@@ -110,37 +128,17 @@ inline Finished run(const std::string& program, const std::vector<std::string>& 
 // passed, draining both outputs together meanwhile; the child is always reaped.
 inline Bounded runWithin(std::chrono::milliseconds deadline, const std::string& program,
                          const std::vector<std::string>& arguments, const std::vector<std::string>& extra = {}) {
-    int out[2], err[2];
-    if (::pipe(out) != 0 || ::pipe(err) != 0) std::abort();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
-    posix_spawn_file_actions_addclose(&actions, out[0]);
-    posix_spawn_file_actions_addclose(&actions, err[0]);
-    std::vector<std::string> args{program};
-    args.insert(args.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    std::vector<std::string> env = environmentWith(extra);
-    std::vector<char*> envp;
-    for (auto& entry : env) envp.push_back(entry.data());
-    envp.push_back(nullptr);
-    pid_t pid = 0;
-    int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(out[1]);
-    ::close(err[1]);
+    Spawned child = spawnWithPipes(program, arguments, extra, "");
+    pid_t pid = child.pid;
     Bounded finished;
-    if (spawned != 0) {
-        ::close(out[0]);
-        ::close(err[0]);
-        ADD_FAILURE() << "cannot start " << program << ": " << std::strerror(spawned);
+    if (child.error != 0) {
+        ::close(child.out);
+        ::close(child.err);
+        ADD_FAILURE() << "cannot start " << program << ": " << std::strerror(child.error);
         return finished;
     }
     auto end = std::chrono::steady_clock::now() + deadline;
-    pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
+    pollfd fds[2] = {{child.out, POLLIN, 0}, {child.err, POLLIN, 0}};
     std::string* texts[2] = {&finished.out, &finished.err};
     int open = 2;
     while (open > 0) {
