@@ -146,7 +146,9 @@ void AppDelegate::restore(const Snapshot& snapshot) {
     bool asked = false;
     if (auto starts = Restore::startsNeedingTrust(snapshot); !starts.empty()) {
         shell_.activate();
-        if (shell_.runAlert(foreignSnapshotQuestion(starts)) == 1) chosen.trusted = true;
+        int answer = shell_.runAlert(foreignSnapshotQuestion(starts));
+        if (answer == 2) return;
+        chosen.trusted = answer == 1;
         asked = true;
     }
     if (!AXO::trusted()) {

@@ -272,8 +272,10 @@ public:
         box.setIcon(QMessageBox::Information);
         box.setText(qText(alert.message));
         box.setInformativeText(qText(alert.informative));
-        // Wide enough that the report's sentence and its problem lines do not wrap at every word.
-        box.setStyleSheet("QLabel { min-width: 360px; }");
+        // Wide enough that the report's sentence and its problem lines do not
+        // wrap at every word; the texts only, or the icon's label widens too and
+        // pushes the text far to its right.
+        box.setStyleSheet("QLabel#qt_msgbox_label, QLabel#qt_msgbox_informativelabel { min-width: 360px; }");
         std::vector<QAbstractButton*> buttons;
         if (alert.buttons.empty()) buttons.push_back(box.addButton(QMessageBox::Ok));
         for (size_t i = 0; i < alert.buttons.size(); ++i)

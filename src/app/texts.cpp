@@ -103,7 +103,7 @@ Alert foreignSnapshotQuestion(const std::vector<std::string>& starts) {
                  "Restoring it would also start what it names itself:" + list +
                      "\n\nStart these only if you trust where the snapshot came from. Without them, Tarnwick "
                      "still starts the programs installed here and puts the windows back.",
-                 {"Restore without them", "Start them too"}};
+                 {"Restore without them", "Start them too", "Cancel"}};
 }
 
 }  // namespace tarnwick::MenuBar

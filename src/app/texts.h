@@ -34,7 +34,8 @@ std::string restoreLine(const Restore::Result& result);
 Alert accessibilityWarning();
 
 // Before restoring a snapshot that this user's Tarnwick did not save, which
-// names programs to start: "Restore without them" first, then "Start them too".
+// names programs to start: "Restore without them" first, then "Start them too",
+// then "Cancel", which restores nothing.
 Alert foreignSnapshotQuestion(const std::vector<std::string>& starts);
 
 // A Mac's: Finder, Accessibility and its settings page.

@@ -372,7 +372,7 @@ TEST_F(ForeignRestoreFlowTest, AsksFirstAndByDefaultRestoresWithoutWhatTheFileNa
     EXPECT_NE(shell.alerts[0].informative.find("\u2022 Clock: the command line /usr/bin/xclock -digital"),
               std::string::npos)
         << shell.alerts[0].informative;
-    EXPECT_THAT(shell.alerts[0].buttons, ElementsAre("Restore without them", "Start them too"));
+    EXPECT_THAT(shell.alerts[0].buttons, ElementsAre("Restore without them", "Start them too", "Cancel"));
     EXPECT_EQ(clockStarts(), 0);
     EXPECT_EQ(shell.alerts[1].message, "Session restored, with some gaps");
     EXPECT_NE(shell.alerts[1].informative.find("\u2022 Clock: not started: the command line /usr/bin/xclock -digital"),
@@ -388,6 +388,17 @@ TEST_F(ForeignRestoreFlowTest, StartThemTooStartsTheCommandLine) {
     ASSERT_EQ(shell.alerts.size(), 2u);
     EXPECT_EQ(clockStarts(), 1);
     EXPECT_EQ(shell.alerts[1].informative.find("not started"), std::string::npos) << shell.alerts[1].informative;
+}
+
+TEST_F(ForeignRestoreFlowTest, CancelRestoresNothing) {
+    launch();
+    shell.alertAnswers = {2};
+    delegate->restore(foreign());
+    shell.settle();
+    EXPECT_EQ(shell.alerts.size(), 1u) << "no report: nothing ran";
+    EXPECT_EQ(clockStarts(), 0);
+    EXPECT_FALSE(delegate->busy());
+    EXPECT_TRUE(logLines("restore").empty());
 }
 
 TEST_F(ForeignRestoreFlowTest, ASnapshotOfItsOwnIsNotQuestioned) {
