@@ -24,7 +24,13 @@ struct PlannedElement {
     std::int32_t pid;
 };
 
-std::string number(double value) { return std::to_string(static_cast<long long>(std::lround(value))); }
+// A coordinate in whole points. The desktop may answer anything, and lround
+// has no result for what a long does not hold.
+std::string number(double value) {
+    if (!std::isfinite(value)) return "?";
+    constexpr double limit = 1e15;
+    return std::to_string(static_cast<long long>(std::lround(std::clamp(value, -limit, limit))));
+}
 
 template <class T>
 std::optional<T> as(const std::optional<AttrValue>& value) {
@@ -79,7 +85,9 @@ public:
             if (auto desk = as<std::int64_t>(after(AXO::workspaceAttribute));
                 desk && as<std::int64_t>(before(AXO::workspaceAttribute)) != desk) {
                 auto name = [](std::int64_t index) {
-                    return index < 0 ? std::string("every workspace") : "workspace " + std::to_string(index + 1);
+                    // Counted from 1 for people; unsigned, so the largest index has a successor.
+                    return index < 0 ? std::string("every workspace")
+                                     : "workspace " + std::to_string(static_cast<std::uint64_t>(index) + 1);
                 };
                 auto was = as<std::int64_t>(before(AXO::workspaceAttribute));
                 changes.push_back({"workspace", who + (was ? " from " + name(*was) : "") + " to " + name(*desk)});

@@ -145,6 +145,45 @@ TEST_F(CliTest, RestoringOntoAnEmptyDesktopLaunchesReopensAndListsProblems) {
               "problem: Gone: app not found\n");
 }
 
+TEST_F(CliTest, NumbersNoDesktopHasAreLeftOutOfADiffAndARestoreAndStopNothing) {
+    // The editor's window on a workspace no window manager has, one frame far
+    // off every screen and one of negative size; the browser window's frame and
+    // tab beyond what any integer holds.
+    std::string path = file("absurd.json", R"({
+      "apps" : [
+        {"bundleID" : "com.example.Editor", "bundlePath" : "\/Applications\/Editor.app", "hidden" : false,
+         "kind" : "generic", "name" : "Editor", "scripted" : [ ],
+         "windows" : [
+           {"title" : "Draft", "frame" : {"x" : 1e300, "y" : -1e300, "w" : 1e300, "h" : 1e300},
+            "minimized" : false, "fullScreen" : false, "workspace" : 9223372036854775807},
+           {"title" : "Notes", "frame" : {"x" : -1e300, "y" : 25, "w" : -1e300, "h" : 500},
+            "minimized" : true, "fullScreen" : false, "workspace" : -9223372036854775808}]},
+        {"bundleID" : "com.google.Chrome", "bundlePath" : "\/Applications\/Google Chrome.app", "hidden" : false,
+         "kind" : "chromium", "name" : "Google Chrome", "windows" : [ ],
+         "scripted" : [
+           {"activeIndex" : 9223372036854775807, "items" : ["https:\/\/z.example\/"],
+            "frame" : {"x" : 9e18, "y" : 9e18, "w" : 9e18, "h" : 9e18}}]}
+      ],
+      "date" : "2026-01-05T09:00:00Z", "reason" : "manual"
+    })");
+
+    Finished diff = sim_({"--diff", path});
+    ASSERT_TRUE(diff.exitedWith(0)) << diff.err;
+    // The first line names the snapshot's date in local time; the rest is what would change.
+    size_t firstEnd = diff.out.find('\n');
+    ASSERT_NE(firstEnd, std::string::npos) << diff.out;
+    EXPECT_EQ(diff.out.rfind("what restoring the snapshot of ", 0), 0u) << diff.out;
+    EXPECT_NE(diff.out.find(" (manual, 2 apps \u00B7 3 windows \u00B7 1 tabs) would do:\n"), std::string::npos);
+    EXPECT_EQ(diff.out.substr(firstEnd + 1), "  reopen: Google Chrome: a window with 1 tabs\n");
+
+    Finished restored = sim_({"--restore", path});
+    ASSERT_TRUE(restored.exitedWith(0)) << restored.err;
+    EXPECT_EQ(restored.out,
+              "Restoring 1/2: Editor\n"
+              "Restoring 2/2: Google Chrome\n"
+              "launched 0, windows 3, tabs 1\n");
+}
+
 TEST_F(CliTest, AFileThatIsNotJsonStopsTheProcessWithADiagnosticAndNothingMore) {
     std::string path = file("notes.txt", "these are not the snapshots you are looking for\n");
     Finished finished = sim_({"--restore", path});

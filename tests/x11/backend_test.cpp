@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <limits>
 
 namespace tarnwick::testing {
 namespace {
@@ -223,6 +224,55 @@ TEST_F(BackendTest, ActivatingAnApplicationNeverShowsAMinimizedWindow) {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_TRUE(probe.hidden(first));
     EXPECT_TRUE(probe.hidden(second));
+}
+
+}  // namespace
+}  // namespace tarnwick::testing
+
+namespace tarnwick::testing {
+namespace {
+
+TEST_F(BackendTest, AFrameNoScreenCanShowLeavesTheWindowWhereItIsAndTheOtherStillMoves) {
+    VirtualDisplay display;
+    DisplayProbe probe;
+    std::uint32_t first = probe.createWindow("First", Kind::normal);
+    std::uint32_t second = probe.createWindow("Second", Kind::normal);
+    ASSERT_TRUE(eventually([&] { return probe.clients().size() == 2; }));
+    probe.configure(first, 100, 120, 300, 200);
+    probe.configure(second, 500, 120, 300, 200);
+    std::optional<Rect> before;
+    ASSERT_TRUE(eventually([&] {
+        before = probe.frame(first);
+        auto other = probe.frame(second);
+        return before && other && before->x >= 90 && before->x <= 110 && other->x >= 490 && other->x <= 510;
+    }));
+
+    Installed x11;
+    Snapshot snapshot = Capture::snapshot("test");
+    std::erase_if(snapshot.apps, [](const AppState& app) { return app.bundlePath != ownExecutable(); });
+    ASSERT_EQ(snapshot.apps.size(), 1u);
+    for (WindowState& window : snapshot.apps[0].windows) {
+        if (window.title == "First") {
+            window.frame = Frame{1e300, -1e300, 1e300, 1e300};
+            window.workspace = std::numeric_limits<std::int64_t>::max();
+        } else {
+            window.frame = Frame{700, 300, 320, 240};
+        }
+    }
+    Restore::Result result = Restore::run(snapshot, [](const std::string&) {});
+    EXPECT_EQ(result.windows, 2);
+    EXPECT_TRUE(result.problems.empty());
+    EXPECT_TRUE(eventually([&] {
+        auto moved = probe.frame(second);
+        return moved && std::abs(moved->x - 700) <= 10 && std::abs(moved->y - 300) <= 10;
+    }));
+    auto after = probe.frame(first);
+    ASSERT_TRUE(after);
+    EXPECT_EQ(after->x, before->x);
+    EXPECT_EQ(after->y, before->y);
+    EXPECT_EQ(after->w, before->w);
+    EXPECT_EQ(after->h, before->h);
+    EXPECT_EQ(probe.workspace(first), std::optional<std::uint32_t>(0));
 }
 
 }  // namespace
