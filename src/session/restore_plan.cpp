@@ -265,7 +265,7 @@ Plan plan(const Snapshot& snapshot) {
     // restore itself would wait for it.
     std::erase_if(plan.result.problems, [&](const std::string& problem) {
         for (const std::string& name : heldBack.askedForWindows)
-            if (problem == name + ": a window failed to open") return true;
+            if (problem == name + ": a window asked for did not appear") return true;
         return false;
     });
     return plan;

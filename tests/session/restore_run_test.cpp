@@ -453,8 +453,68 @@ TEST_F(SeveralWindowsInOneProcessTest, AnAskedForWindowThatNeverComesIsReported)
     desktop.install(editorSpec);
     Restore::Result result = run();
     EXPECT_EQ(result.windows, 1);
-    EXPECT_EQ(result.problems, (std::vector<std::string>{"Editor: a window failed to open"}));
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"Editor: a window asked for did not appear"}));
     EXPECT_LT(desktop.now(), 15.0) << "one wait of ten seconds for it, not another twelve";
+}
+
+// Recorded A, B and C; the launched editor shows B and C.
+class MissingFirstWindowTest : public SeveralWindowsInOneProcessTest {
+protected:
+    void SetUp() override {
+        SeveralWindowsInOneProcessTest::SetUp();
+        snapshot.apps[0].windows.clear();
+        for (const char* title : {"A", "B", "C"}) {
+            WindowState window;
+            window.title = title;
+            window.frame = frameOf(title);
+            snapshot.apps[0].windows.push_back(window);
+        }
+        editorSpec.windowsOnLaunch.clear();
+        for (const char* title : {"B", "C"}) {
+            SimWindow shown;
+            shown.title = title;
+            shown.frame = Frame{1, 1, 200, 100};
+            editorSpec.windowsOnLaunch.push_back(shown);
+        }
+    }
+    static Frame frameOf(const std::string& title) {
+        return Frame{title == "A" ? 10.0 : title == "B" ? 300.0 : 600.0, 40, 250, 200};
+    }
+    std::optional<Frame> frameOfWindowTitled(const std::string& title) {
+        auto pid = desktop.pidOf(*editorSpec.bundleID);
+        if (!pid) return std::nullopt;
+        for (std::uint64_t id : desktop.visibleWindows(*pid))
+            if (desktop.window(id).title == title) return desktop.window(id).frame;
+        return std::nullopt;
+    }
+};
+
+TEST_F(MissingFirstWindowTest, TheWindowsThereKeepTheirOwnFramesAndOnlyTheMissingOneIsAskedFor) {
+    SimWindow untitled;
+    untitled.title = "Untitled";
+    untitled.appearsAfter = 1.0;
+    editorSpec.newWindow = untitled;
+    desktop.install(editorSpec);
+    Restore::Result result = run();
+    EXPECT_EQ(desktop.calls("openNewWindow"), 1);
+    EXPECT_EQ(result.windows, 3);
+    EXPECT_TRUE(result.problems.empty()) << result.problems.front();
+    EXPECT_EQ(frameOfWindowTitled("B"), frameOf("B"));
+    EXPECT_EQ(frameOfWindowTitled("C"), frameOf("C"));
+    EXPECT_EQ(frameOfWindowTitled("Untitled"), frameOf("A"));
+}
+
+TEST_F(MissingFirstWindowTest, WhenTheAskedForWindowNeverComesTheOthersStillGetTheirOwnFrames) {
+    SimWindow late;
+    late.appearsAfter = 60;
+    editorSpec.newWindow = late;
+    desktop.install(editorSpec);
+    Restore::Result result = run();
+    EXPECT_EQ(desktop.calls("openNewWindow"), 1);
+    EXPECT_EQ(result.windows, 2);
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"Editor: a window asked for did not appear"}));
+    EXPECT_EQ(frameOfWindowTitled("B"), frameOf("B"));
+    EXPECT_EQ(frameOfWindowTitled("C"), frameOf("C"));
 }
 
 TEST_F(SeveralWindowsInOneProcessTest, ARunningProcessWithEveryWindowIsNeverAsked) {
