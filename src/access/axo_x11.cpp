@@ -528,6 +528,8 @@ std::unique_ptr<Connection> Connection::open(const std::string& display, std::st
 
 bool Connection::windowManagerAnswers() { return state_->current()->managerAnswers; }
 
+bool Connection::lost() { return xcb_connection_has_error(state_->connection) != 0; }
+
 std::optional<std::string> Connection::windowManagerName() {
     auto& s = *state_;
     xcb_window_t check = XCB_NONE;

@@ -96,8 +96,10 @@ int helpMode(std::FILE* out) {
         "\n"
         "Exit status: 0 when the mode ran (a restore also when some things could not be\n"
         "put back: it prints a \"problem:\" line for each); 1 when the store has no such\n"
-        "snapshot; 2 when there is no desktop to work on. A snapshot file that cannot\n"
-        "be read or is not a snapshot stops the program abnormally, naming the file.";
+        "snapshot; 2 when there is no desktop to work on; 3 when the display went away\n"
+        "while a mode worked on it (the restore stops there, and a capture is neither\n"
+        "printed nor saved). A snapshot file that cannot be read or is not a snapshot\n"
+        "stops the program abnormally, naming the file.";
     printLine(out, text);
     return 0;
 }
@@ -173,6 +175,8 @@ std::optional<Snapshot> namedSnapshot(const std::string& name, std::string& why)
 
 int saveMode(const std::string& reason, std::FILE* out) {
     Snapshot snapshot = Capture::snapshot(reason);
+    // Half a session must not become the newest snapshot.
+    if (reportedDesktopLost(stderr, "nothing was saved")) return displayLostStatus;
     bool written = Store::save(snapshot);
     std::string line = MenuBar::saveLine(reason, snapshot, written);
     log(line);
@@ -185,6 +189,7 @@ int diffMode(const Snapshot& snapshot, std::FILE* out) {
     printLine(out, "what restoring the snapshot of " + localDate(snapshot.date) + " (" + snapshot.reason + ", " +
                        snapshot.summary() + ") would do:");
     Restore::Plan plan = Restore::plan(snapshot);
+    if (reportedDesktopLost(stderr, "what a restore would do is not known")) return displayLostStatus;
     for (const Restore::Change& change : plan.changes) printLine(out, "  " + change.kind + ": " + change.text);
     for (const std::string& problem : plan.result.problems) printLine(out, "  cannot: " + problem);
     if (plan.changes.empty() && plan.result.problems.empty())

@@ -188,12 +188,16 @@ Result run(const Snapshot& snapshot, const Progress& progress) {
 
     Result result;
     std::vector<std::int32_t> taken;
+    // A desktop that went away does not come back: nothing more can be placed.
+    bool gone = false;
+    auto stopHere = [&] { return gone || (gone = desktop.desktopLost()); };
     const std::string total = std::to_string(apps.size());
     for (size_t i = 0; i < apps.size(); ++i) {
+        if (stopHere()) break;
         const AppState& app = *apps[i];
         if (progress) progress("Restoring " + std::to_string(i + 1) + "/" + total + ": " + app.name);
         auto running = ensureRunning(app, result, taken);
-        if (!running) continue;
+        if (!running || stopHere()) continue;
         switch (app.kind) {
             case AppKind::generic:
                 if (desktop.separateInstances())
@@ -208,6 +212,10 @@ Result run(const Snapshot& snapshot, const Progress& progress) {
             case AppKind::safari: restoreBrowser(app, running->launched, result); break;
         }
         if (app.hidden) desktop.hide(running->app);
+    }
+    if (stopHere()) {
+        result.problems.push_back(std::string(desktopLostProblem));
+        return result;
     }
 
     if (snapshot.frontmost) {

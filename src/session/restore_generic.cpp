@@ -89,7 +89,7 @@ void settle(const std::vector<Placed>& placed) {
         std::vector<const Placed*> off;
         for (const Placed& entry : placed)
             if (!holds(entry)) off.push_back(&entry);
-        if (off.empty()) return;
+        if (off.empty() || desktop.desktopLost()) return;
         if (desktop.monotonicSeconds() >= deadline) {
             for (const Placed* entry : off) {
                 if (entry->frame) AXO::setFrame(entry->window, *entry->frame);
@@ -107,7 +107,8 @@ std::vector<Element> waitForWindows(std::int32_t pid, std::int64_t expected, dou
     Platform& desktop = platform();
     double deadline = desktop.monotonicSeconds() + timeout;
     std::vector<Element> live = AXO::windows(pid);
-    while (static_cast<std::int64_t>(live.size()) < expected && desktop.monotonicSeconds() < deadline) {
+    while (static_cast<std::int64_t>(live.size()) < expected && desktop.monotonicSeconds() < deadline &&
+           !desktop.desktopLost()) {
         desktop.sleep(windowPoll);
         live = AXO::windows(pid);
     }

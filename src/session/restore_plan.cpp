@@ -191,6 +191,7 @@ public:
         return true;
     }
     std::optional<std::string> windowManagerName() override { return desktop_.windowManagerName(); }
+    bool desktopLost() override { return desktop_.desktopLost(); }
 
     // Files and the user.
     bool fileExists(const std::string& path) override { return desktop_.fileExists(path); }

@@ -199,6 +199,8 @@ public:
         return x_->windowManagerName().value_or("unnamed");
     }
 
+    bool desktopLost() override { return x_->lost(); }
+
     // Windows here carry no document, so a restore never has any to reopen.
     void openDocuments(const std::vector<std::string>&, const std::string&, double, ErrorSink onError) override {
         if (onError) onError("opening documents is not supported on X11");

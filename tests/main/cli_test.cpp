@@ -184,6 +184,49 @@ TEST_F(CliTest, NumbersNoDesktopHasAreLeftOutOfADiffAndARestoreAndStopNothing) {
               "launched 0, windows 3, tabs 1\n");
 }
 
+TEST_F(CliTest, ADisplayThatGoesAwayStopsEachModeWithALineAndStatusThree) {
+    Finished captured = sim_({"--capture"});
+    ASSERT_TRUE(captured.exitedWith(0)) << captured.err;
+    auto snapshot = decodeSnapshot(captured.out).value();
+    AppState later;
+    later.name = "Later";
+    later.bundleID = "com.example.Later";
+    later.bundlePath = "/Applications/Later.app";
+    later.windows = {WindowState{}};
+    snapshot.apps.insert(snapshot.apps.begin(), later);
+    std::string path = file("session.json", encodeSnapshot(snapshot).value());
+    // Later takes long to start; the display is gone 0.3 s in.
+    std::string description = kDesktop;
+    description.replace(description.find("\"apps\": ["), 9,
+                        R"("lostAt": 0.3, "apps": [
+        {"bundleID": "com.example.Later", "bundlePath": "/Applications/Later.app", "name": "Later",
+         "finishedAfter": 60},)");
+
+    Finished restored = sim_({"--restore", path}, description);
+    EXPECT_TRUE(restored.exitedWith(3)) << restored.status;
+    EXPECT_EQ(restored.out,
+              "Restoring 1/5: Later\n"
+              "launched 1, windows 0, tabs 0\n"
+              "problem: the display went away; the restore stopped there\n");
+    EXPECT_EQ(restored.err, "tarnwick: the display went away; the restore stopped before it was done\n");
+
+    std::string gone = kDesktop;
+    gone.replace(gone.find("\"home\""), 6, "\"lostAt\": 0, \"home\"");
+    Finished capture = sim_({"--capture"}, gone);
+    EXPECT_TRUE(capture.exitedWith(3));
+    EXPECT_EQ(capture.out, "");
+    EXPECT_EQ(capture.err, "tarnwick: the display went away; nothing was captured\n");
+
+    Finished save = sim_({"--save"}, gone);
+    EXPECT_TRUE(save.exitedWith(3));
+    EXPECT_EQ(save.out, "");
+    EXPECT_EQ(save.err, "tarnwick: the display went away; nothing was saved\n");
+
+    Finished diff = sim_({"--diff", path}, gone);
+    EXPECT_TRUE(diff.exitedWith(3));
+    EXPECT_EQ(diff.err, "tarnwick: the display went away; what a restore would do is not known\n");
+}
+
 TEST_F(CliTest, AFileThatIsNotJsonStopsTheProcessWithADiagnosticAndNothingMore) {
     std::string path = file("notes.txt", "these are not the snapshots you are looking for\n");
     Finished finished = sim_({"--restore", path});

@@ -552,3 +552,44 @@ TEST_F(RestoreRunTest, EmptySnapshotDoesNothing) {
 
 }  // namespace
 }  // namespace tarnwick
+
+namespace tarnwick {
+namespace {
+
+// The X server ends 0.3 s into a restore of three programs that take long to start.
+TEST_F(RestoreRunTest, ADesktopThatGoesAwayStopsTheRestoreAtOnceWithALastProblemLine) {
+    desktop.windowManager = "openbox";
+    desktop.lostAt = 0.3;
+    for (const char* name : {"One", "Two", "Three"}) {
+        SimAppSpec spec = appSpec("com.example." + std::string(name), "/Applications/" + std::string(name) + ".app", name);
+        spec.finishedAfter = 30;
+        spec.windowsOnLaunch = {SimWindow{}};
+        spec.windowsOnLaunch[0].appearsAfter = 30;
+        desktop.install(spec);
+        AppState app = recordedFor(spec, AppKind::generic);
+        WindowState window;
+        window.frame = Frame{10, 10, 300, 200};
+        app.windows = {window, window};
+        snapshot.apps.push_back(app);
+    }
+    Restore::Result result = run();
+    EXPECT_EQ(progressLines, (std::vector<std::string>{"Restoring 1/3: One"}));
+    EXPECT_EQ(result.launched, 1);
+    EXPECT_EQ(result.windows, 0);
+    EXPECT_EQ(result.problems, (std::vector<std::string>{std::string(Restore::desktopLostProblem)}));
+    EXPECT_LT(desktop.now(), 1.0) << "no launch polling or window wait after the display went away";
+    EXPECT_EQ(desktop.calls("openApplication"), 1);
+}
+
+TEST_F(RestoreRunTest, WaitingForWindowsEndsWhenTheDesktopGoesAway) {
+    desktop.lostAt = 2.0;
+    desktop.install(editorSpec);
+    auto pid = desktop.startApp(editorSpec);
+    auto windows = Restore::waitForWindows(pid, 3, 12.0);
+    EXPECT_TRUE(windows.empty());
+    EXPECT_GE(desktop.now(), 2.0);
+    EXPECT_LT(desktop.now(), 3.0);
+}
+
+}  // namespace
+}  // namespace tarnwick
