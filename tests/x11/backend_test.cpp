@@ -277,3 +277,36 @@ TEST_F(BackendTest, AFrameNoScreenCanShowLeavesTheWindowWhereItIsAndTheOtherStil
 
 }  // namespace
 }  // namespace tarnwick::testing
+
+namespace tarnwick::testing {
+namespace {
+
+TEST_F(BackendTest, AnEntryWrittenWhileTheBackendRunsNamesTheProgramAtTheNextCapture) {
+    entry("other", "Name=Other\nExec=other-program\n");
+    VirtualDisplay display;
+    DisplayProbe probe;
+    probe.createWindow("Work", Kind::normal);
+    ASSERT_TRUE(eventually([&] { return probe.clients().size() == 1; }));
+
+    Installed x11;  // one backend for the whole test, as the tray keeps one
+    const AppState* app = nullptr;
+    Snapshot before = Capture::snapshot("test");
+    app = appAt(before, ownExecutable());
+    ASSERT_NE(app, nullptr) << "no entry names it yet: known by its executable";
+    EXPECT_EQ(app->bundleID, std::nullopt);
+
+    entry("probe-tool", "Name=Probe Tool\nExec=probe-tool\nStartupWMClass=Probe\n");
+    auto file = dir.path() / "share" / "applications" / "probe-tool.desktop";
+    Snapshot after = Capture::snapshot("test");
+    app = appAt(after, file.string());
+    ASSERT_NE(app, nullptr) << "the new entry names it";
+    EXPECT_EQ(app->bundleID, "probe-tool.desktop");
+    EXPECT_EQ(app->name, "Probe Tool");
+
+    std::filesystem::remove(file);
+    Snapshot removed = Capture::snapshot("test");
+    EXPECT_NE(appAt(removed, ownExecutable()), nullptr) << "the entry is gone: known by its executable again";
+}
+
+}  // namespace
+}  // namespace tarnwick::testing
