@@ -20,6 +20,9 @@ inline constexpr const char* maximizedVerticallyAttribute = "TWMaximizedVertical
 // Both axes in one request, as pagers ask: some managers ignore two one-axis
 // requests in a row. Written only.
 inline constexpr const char* maximizedAttribute = "TWMaximized";
+// The highest workspace index written; a window manager with more workspaces
+// than this does not exist, so a larger number in a snapshot counts as none.
+inline constexpr std::int64_t lastWorkspace = 0xFFFF;
 
 // Whether this process may use window access at all.
 bool trusted();

@@ -421,6 +421,8 @@ struct Connection::State {
     }
 
     void setSize(WindowID window, const Size& size) {
+        // std::clamp passes a NaN through, and no integer stands for it.
+        if (!std::isfinite(size.width) || !std::isfinite(size.height)) return;
         auto border = extents(xcb_ewmh_get_frame_extents(&ewmh, window)).value_or(xcb_ewmh_get_extents_reply_t{});
         // The request sizes the client; the frame adds its extents around it.
         double w = std::clamp(size.width - border.left - border.right, 1.0, 32767.0);
@@ -429,6 +431,7 @@ struct Connection::State {
     }
 
     void setPosition(WindowID window, const Point& point) {
+        if (!std::isfinite(point.x) || !std::isfinite(point.y)) return;
         auto coordinate = [](double v) {
             return static_cast<std::int32_t>(std::round(std::clamp(v, -32768.0, 32767.0)));
         };
@@ -468,7 +471,7 @@ struct Connection::State {
     }
 
     void setWorkspace(WindowID window, std::int64_t desktop) {
-        if (desktop < -1 || desktop > 0xFFFF) return;
+        if (desktop < -1 || desktop > AXO::lastWorkspace) return;
         auto value = desktop < 0 ? 0xFFFFFFFFu : static_cast<std::uint32_t>(desktop);
         xcb_ewmh_request_change_wm_desktop(&ewmh, screenNumber, window, value, XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER);
         flush();
@@ -524,6 +527,8 @@ std::unique_ptr<Connection> Connection::open(const std::string& display, std::st
 }
 
 bool Connection::windowManagerAnswers() { return state_->current()->managerAnswers; }
+
+bool Connection::lost() { return xcb_connection_has_error(state_->connection) != 0; }
 
 std::optional<std::string> Connection::windowManagerName() {
     auto& s = *state_;

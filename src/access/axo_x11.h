@@ -46,6 +46,9 @@ public:
     bool windowManagerAnswers();
     // The name it gives itself (_NET_WM_NAME of its check window).
     std::optional<std::string> windowManagerName();
+    // Whether the connection broke (the server went away); for good, then:
+    // every request fails and every reply is missing.
+    bool lost();
 
     // Managed client windows in the window manager's order, and their owners.
     std::vector<WindowID> clientWindows();

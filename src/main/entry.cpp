@@ -46,6 +46,12 @@ bool isOption(const std::string& argument) { return !argument.empty() && argumen
 
 }  // namespace
 
+bool reportedDesktopLost(std::FILE* err, const std::string& outcome) {
+    if (!platform().desktopLost()) return false;
+    printLine(err, "tarnwick: the display went away; " + outcome);
+    return true;
+}
+
 Choice choose(const std::vector<std::string>& arguments) {
     for (const std::string& argument : arguments)
         if (argument == "--capture") return Choice{Mode::capture, {}};
@@ -115,6 +121,8 @@ Choice choose(const std::vector<std::string>& arguments) {
 
 int captureMode(std::FILE* out, std::FILE* err) {
     Snapshot snapshot = Capture::snapshot("cli");
+    // What was read before it went away is not the session: nothing is printed.
+    if (reportedDesktopLost(err, "nothing was captured")) return displayLostStatus;
     std::string reason;
     // Signed like the store's files: what this Tarnwick printed is its own to restore.
     std::optional<Snapshot> repaired;
@@ -144,13 +152,14 @@ std::optional<Snapshot> readSnapshotFile(const std::string& path) {
     return snapshot;
 }
 
-int restoreMode(const Snapshot& snapshot, std::FILE* out) {
+int restoreMode(const Snapshot& snapshot, std::FILE* out, std::FILE* err) {
     // Progress lines and problems carry names and titles from the snapshot.
     Restore::Result result =
         Restore::run(snapshot, [out](const std::string& line) { printLine(out, printable(line)); });
     printLine(out, "launched " + std::to_string(result.launched) + ", windows " + std::to_string(result.windows) +
                        ", tabs " + std::to_string(result.tabs));
     for (const std::string& problem : result.problems) printLine(out, "problem: " + printable(problem));
+    if (reportedDesktopLost(err, "the restore stopped before it was done")) return displayLostStatus;
     return 0;
 }
 
@@ -180,7 +189,7 @@ std::optional<int> beforeDesktop(const Choice& choice, std::optional<Snapshot>& 
 std::optional<int> onDesktop(const Choice& choice, const std::optional<Snapshot>& target) {
     switch (choice.mode) {
         case Mode::capture: return captureMode(stdout, stderr);
-        case Mode::restore: return restoreMode(*target, stdout);
+        case Mode::restore: return restoreMode(*target, stdout, stderr);
         case Mode::save: return saveMode(choice.reason, stdout, stderr);
         case Mode::diff: return diffMode(*target, stdout);
         case Mode::help:

@@ -46,12 +46,14 @@ Choice choose(const std::vector<std::string>& arguments);
 
 // Prints the session as pretty JSON on `out` and "<summary>; accessibility on|off"
 // (or "; window manager: NAME" where windows have one) on `err`. Returns 0; an
-// encoding failure stops the process.
+// encoding failure stops the process. When the display went away meanwhile,
+// prints nothing on `out`, says so on `err` and returns displayLostStatus.
 int captureMode(std::FILE* out, std::FILE* err);
 
 // Restores the snapshot on this thread, printing progress, the counts and the
-// problems on `out`. Returns 0, also when there were problems.
-int restoreMode(const Snapshot& snapshot, std::FILE* out);
+// problems on `out`. Returns 0, also when there were problems; when the display
+// went away, says so on `err` and returns displayLostStatus.
+int restoreMode(const Snapshot& snapshot, std::FILE* out, std::FILE* err);
 
 // What the modes that need no desktop can do before one is opened: runs help,
 // version and list, and reads the snapshot a restore or a diff names into

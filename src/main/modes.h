@@ -13,6 +13,13 @@ namespace tarnwick::Entry {
 // runs us must not mistake a failure for an empty result.
 [[noreturn]] void fatal(const std::string& message);
 
+// The exit status of a mode whose display went away while it worked.
+inline constexpr int displayLostStatus = 3;
+
+// When the desktop went away (the X server ended): says so on `err` in one
+// line, "tarnwick: the display went away; " and what became of the work.
+bool reportedDesktopLost(std::FILE* err, const std::string& outcome);
+
 // The text and a line feed, flushed.
 void printLine(std::FILE* out, const std::string& text);
 

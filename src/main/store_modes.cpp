@@ -127,8 +127,10 @@ int helpMode(std::FILE* out) {
         "snapshot, or when a save could not be written (the reason is on standard\n"
         "error); 2 when the arguments are not understood (an unknown option, a word\n"
         "no option takes, an empty snapshot name or reason: one line says which) or\n"
-        "when there is no desktop to work on. A snapshot file that cannot be read or is\n"
-        "not a snapshot stops the program abnormally, naming the file.";
+        "when there is no desktop to work on; 3 when the display went away while a\n"
+        "mode worked on it (the restore stops there, and a capture is neither printed\n"
+        "nor saved). A snapshot file that cannot be read or is not a snapshot stops\n"
+        "the program abnormally, naming the file.";
     printLine(out, text);
     return 0;
 }
@@ -204,6 +206,8 @@ std::optional<Snapshot> namedSnapshot(const std::string& name, std::string& why)
 
 int saveMode(const std::string& reason, std::FILE* out, std::FILE* err) {
     Snapshot snapshot = Capture::snapshot(reason);
+    // Half a session must not become the newest snapshot.
+    if (reportedDesktopLost(err, "nothing was saved")) return displayLostStatus;
     std::string why;
     Store::Saved saved = Store::write(snapshot, &why);
     // One event, one log line: a reason from the command line may hold a line
@@ -224,6 +228,7 @@ int diffMode(const Snapshot& snapshot, std::FILE* out) {
     printLine(out, "what restoring the snapshot of " + localDate(snapshot.date) + " (" + printable(snapshot.reason) +
                        ", " + snapshot.summary() + ") would do:");
     Restore::Plan plan = Restore::plan(snapshot);
+    if (reportedDesktopLost(stderr, "what a restore would do is not known")) return displayLostStatus;
     // Names and titles come from the snapshot and the live windows: escaped, so
     // none can rewrite what the terminal shows.
     for (const Restore::Change& change : plan.changes)

@@ -92,4 +92,12 @@ std::string Frame::appleScriptBounds() const {
            std::to_string(truncated(x + w, "x + w")) + ", " + std::to_string(truncated(y + h, "y + h")) + "}";
 }
 
+bool Frame::placeable() const {
+    // Far beyond any arrangement of screens, and far inside every integer type
+    // a window system or a script takes coordinates in.
+    constexpr double limit = 1'000'000;
+    auto within = [](double v, double low, double high) { return std::isfinite(v) && v >= low && v <= high; };
+    return within(x, -limit, limit) && within(y, -limit, limit) && within(w, 0, limit) && within(h, 0, limit);
+}
+
 }  // namespace tarnwick

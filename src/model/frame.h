@@ -24,6 +24,12 @@ struct Frame {
     // frames that came from real windows.
     std::string appleScriptBounds() const;
 
+    // Whether the rectangle can stand for a window on some screen: every field
+    // finite, the corner within a million points of the origin, the size from
+    // zero to a million points. A snapshot file may hold any number; a restore
+    // writes only frames like these to windows and scripts.
+    bool placeable() const;
+
     // Floating-point comparison: a NaN field is never equal, 0 equals -0.
     bool operator==(const Frame&) const = default;
 };

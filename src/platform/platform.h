@@ -160,6 +160,10 @@ public:
     // when no manager following EWMH answers); then windows also have a
     // workspace and a maximized state. Nothing on a Mac.
     virtual std::optional<std::string> windowManagerName() = 0;
+    // Whether the desktop went away under us (X11: the connection to the
+    // display broke, as when the X server ends). Nothing can be read or placed
+    // after that, so a restore or a capture stops. Never on a Mac.
+    virtual bool desktopLost() = 0;
 
     // Files and the user.
     virtual bool fileExists(const std::string& path) = 0;

@@ -10,8 +10,9 @@ namespace tarnwick::Scripts {
 namespace {
 
 // Sets the saved bounds; inside "try" so a refused resize does not fail the script.
+// A frame no screen can show (a snapshot file may hold any number) is left out.
 std::string boundsBlock(const ScriptedWindow& window, std::string_view target = "w") {
-    if (!window.frame) return {};
+    if (!window.frame || !window.frame->placeable()) return {};
     return "try\nset bounds of " + std::string(target) + " to " + window.frame->appleScriptBounds() + "\nend try\n";
 }
 

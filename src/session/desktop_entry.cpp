@@ -196,6 +196,35 @@ std::vector<Entry> all(const std::vector<std::filesystem::path>& folders) {
     return entries;
 }
 
+std::optional<std::filesystem::file_time_type> Catalog::modified(const std::filesystem::path& folder) {
+    std::error_code error;
+    auto time = std::filesystem::last_write_time(folder, error);
+    if (error) return std::nullopt;
+    return time;
+}
+
+std::shared_ptr<const std::vector<Entry>> Catalog::current() {
+    std::vector<std::filesystem::path> folders = applicationFolders();
+    std::lock_guard guard(lock_);
+    bool same = entries_ && folders == folders_;
+    for (size_t i = 0; same && i < stamps_.size(); ++i) same = modified(stamps_[i].first) == stamps_[i].second;
+    if (same) return entries_;
+    // The times are taken before the files are read: a change made meanwhile
+    // shows at the next check.
+    std::vector<Stamp> stamps;
+    for (const auto& folder : folders) {
+        stamps.emplace_back(folder, modified(folder));
+        std::error_code error;
+        for (auto it = std::filesystem::recursive_directory_iterator(folder, error);
+             !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error))
+            if (it->is_directory(error)) stamps.emplace_back(it->path(), modified(it->path()));
+    }
+    entries_ = std::make_shared<const std::vector<Entry>>(all(folders));
+    folders_ = std::move(folders);
+    stamps_ = std::move(stamps);
+    return entries_;
+}
+
 std::optional<std::vector<std::string>> arguments(const Entry& entry) {
     auto split = words(entry.exec);
     if (!split || split->empty()) return std::nullopt;

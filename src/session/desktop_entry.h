@@ -4,6 +4,8 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -47,6 +49,28 @@ std::optional<Entry> read(const std::filesystem::path& file, const std::string& 
 // Every launchable entry in the folders; an id found twice counts from the
 // first folder only, as the desktop's own menus do.
 std::vector<Entry> all(const std::vector<std::filesystem::path>& folders);
+
+// The entries of the application folders for a long-running process, which
+// sees programs installed and removed while it runs. They are read again when
+// the folders differ from those read, or one of them or of the folders in
+// them has another modification time: writing, removing or renaming an entry
+// changes its folder's time (rewriting a file in place does not). Checking
+// costs one stat per folder. Safe to use from several threads.
+class Catalog {
+public:
+    // The entries as the folders are now; callers keep what they got for as
+    // long as they use it.
+    std::shared_ptr<const std::vector<Entry>> current();
+
+private:
+    using Stamp = std::pair<std::filesystem::path, std::optional<std::filesystem::file_time_type>>;
+    static std::optional<std::filesystem::file_time_type> modified(const std::filesystem::path& folder);
+
+    std::mutex lock_;
+    std::vector<std::filesystem::path> folders_;
+    std::vector<Stamp> stamps_;  // the folders and every folder in them, when read
+    std::shared_ptr<const std::vector<Entry>> entries_;
+};
 
 // The command line the entry starts, with its field codes expanded for a start
 // without files ("%f" and "%U" vanish, "%c" is the name, "%i" the icon option,

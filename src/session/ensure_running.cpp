@@ -140,14 +140,15 @@ std::optional<Running> ensureRunning(const AppState& app, Result& result, std::v
     double deadline = desktop.monotonicSeconds() + finishLaunchingTimeout;
     for (;;) {
         AppInfo info = desktop.appInfo(*launched);
-        if (info.finishedLaunching || desktop.monotonicSeconds() >= deadline) break;
+        if (info.finishedLaunching || desktop.monotonicSeconds() >= deadline || desktop.desktopLost()) break;
         // A program that hands its work to an instance already running exits
         // at once; waiting for its window would be waiting for nothing.
         if (separate && info.terminated) break;
         desktop.sleep(finishLaunchingPoll);
     }
     result.launched += 1;
-    if (separate && desktop.appInfo(*launched).terminated) {
+    // Programs end with their display; that is not this program's failure.
+    if (separate && !desktop.desktopLost() && desktop.appInfo(*launched).terminated) {
         std::optional<App> receiver;
         if (app.bundleID) receiver = firstAvailable(desktop.runningApplications(*app.bundleID));
         if (!receiver) {

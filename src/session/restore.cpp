@@ -106,31 +106,74 @@ void restoreBrowser(const AppState& app, bool launched, Result& result) {
     }
 }
 
+// Which recorded windows have a live window, by the placing's rules: its
+// document, then its title, then the first live window left. Matches by
+// document or title are made first, so that a window recorded earlier with no
+// live counterpart never takes the live window a later one names.
+enum class Pairing { none, named, first };
+std::vector<Pairing> pairedWindows(const std::vector<WindowState>& recorded, std::vector<Element> live) {
+    auto text = [](const Element& window, const char* name) -> std::optional<std::string> {
+        auto value = AXO::attr(window, name);
+        if (value && std::holds_alternative<std::string>(*value)) return std::get<std::string>(*value);
+        return std::nullopt;
+    };
+    auto take = [&](const char* name, const std::string& wanted) {
+        for (size_t i = 0; i < live.size(); ++i)
+            if (text(live[i], name) == wanted) {
+                live.erase(live.begin() + static_cast<std::ptrdiff_t>(i));
+                return true;
+            }
+        return false;
+    };
+    std::vector<Pairing> paired(recorded.size(), Pairing::none);
+    for (size_t i = 0; i < recorded.size(); ++i) {
+        const WindowState& saved = recorded[i];
+        if ((saved.document && take("AXDocument", *saved.document)) || (saved.title && take("AXTitle", *saved.title)))
+            paired[i] = Pairing::named;
+    }
+    for (size_t i = 0; i < recorded.size() && !live.empty(); ++i)
+        if (paired[i] == Pairing::none) {
+            paired[i] = Pairing::first;
+            live.erase(live.begin());
+        }
+    return paired;
+}
+
 // Where one process holds several windows and each process is recorded on its
 // own (X11), the process found or started may show fewer windows than were
-// recorded: it is asked for the missing ones where its entry offers a way,
-// and the rest are reported and left out, so that the placing does not wait
-// for windows that cannot come.
+// recorded: the recorded windows that pair with none of its windows are asked
+// for where its entry offers a way, and those that still have none are
+// reported and left out, so that the placing does not wait for windows that
+// cannot come, nor gives their frames to the windows that are there.
 AppState reachableWindows(const AppState& app, const Running& running, Result& result) {
     Platform& desktop = platform();
     if (app.windows.size() < 2 || !AXO::trusted()) return app;
     std::int32_t pid = desktop.appInfo(running.app).pid;
     const auto recorded = static_cast<std::int64_t>(app.windows.size());
-    auto live = static_cast<std::int64_t>(waitForWindows(pid, 1, running.launched ? firstWindowWait : 0.0).size());
-    if (live == 0 || live >= recorded) return app;
+    auto live = waitForWindows(pid, 1, running.launched ? firstWindowWait : 0.0);
+    if (live.empty() || static_cast<std::int64_t>(live.size()) >= recorded) return app;
+    // Each live window pairs with one recorded window: the rest are missing.
+    const std::int64_t wanted = recorded - static_cast<std::int64_t>(live.size());
     std::string prefix = "new window of " + app.name + ": ";
     std::int64_t asked = 0;
-    while (live + asked < recorded &&
+    while (asked < wanted &&
            desktop.openNewWindow(running.app, [prefix](const std::string& error) { log(printable(prefix + error)); }))
         asked += 1;
-    if (asked > 0) live = static_cast<std::int64_t>(waitForWindows(pid, live + asked, newWindowWait).size());
-    if (live >= recorded) return app;
-    for (std::int64_t missing = live; missing < recorded; ++missing)
-        result.problems.push_back(asked > 0 ? app.name + ": a window failed to open"
-                                            : app.name + ": a window could not be reopened (the program offers no "
-                                                         "new-window action)");
+    if (asked > 0) live = waitForWindows(pid, static_cast<std::int64_t>(live.size()) + asked, newWindowWait);
+    // Those a live window names go first, then those that take what is left
+    // (the windows just asked for), so that the placing's own pairing, greedy
+    // in this order, gives each the same window; those with none are left out.
+    auto paired = pairedWindows(app.windows, live);
     AppState reachable = app;
-    reachable.windows.resize(static_cast<size_t>(live));
+    reachable.windows.clear();
+    for (Pairing kind : {Pairing::named, Pairing::first})
+        for (size_t i = 0; i < paired.size(); ++i)
+            if (paired[i] == kind) reachable.windows.push_back(app.windows[i]);
+    for (size_t i = 0; i < paired.size(); ++i)
+        if (paired[i] == Pairing::none)
+            result.problems.push_back(asked > 0 ? app.name + ": a window asked for did not appear"
+                                                : app.name + ": a window could not be reopened (the program offers "
+                                                             "no new-window action)");
     return reachable;
 }
 
@@ -146,12 +189,16 @@ Result run(const Snapshot& snapshot, const Progress& progress) {
 
     Result result;
     std::vector<std::int32_t> taken;
+    // A desktop that went away does not come back: nothing more can be placed.
+    bool gone = false;
+    auto stopHere = [&] { return gone || (gone = desktop.desktopLost()); };
     const std::string total = std::to_string(apps.size());
     for (size_t i = 0; i < apps.size(); ++i) {
+        if (stopHere()) break;
         const AppState& app = *apps[i];
         if (progress) progress("Restoring " + std::to_string(i + 1) + "/" + total + ": " + app.name);
         auto running = ensureRunning(app, result, taken, snapshot.trusted);
-        if (!running) continue;
+        if (!running || stopHere()) continue;
         switch (app.kind) {
             case AppKind::generic:
                 if (desktop.separateInstances())
@@ -166,6 +213,10 @@ Result run(const Snapshot& snapshot, const Progress& progress) {
             case AppKind::safari: restoreBrowser(app, running->launched, result); break;
         }
         if (app.hidden) desktop.hide(running->app);
+    }
+    if (stopHere()) {
+        result.problems.push_back(std::string(desktopLostProblem));
+        return result;
     }
 
     if (snapshot.frontmost) {

@@ -27,13 +27,18 @@ struct Running {
     bool launched = false;
 };
 
+// The problem line of a restore whose desktop went away (the X server ended):
+// it stops there, and this is its last line.
+inline constexpr std::string_view desktopLostProblem = "the display went away; the restore stopped there";
+
 // Told one line per application ("Restoring 2/7: Safari") before anything is done for it.
 using Progress = std::function<void(const std::string& text)>;
 
 // Puts the snapshot back: every application running, its windows reopened or
 // placed, hidden ones hidden again, the frontmost one activated. Blocks for as
 // long as launches, scripts and window waits take; never on the main thread of
-// the menu-bar application. Every failure is a problem line, never a stop.
+// the menu-bar application. Every failure is a problem line, never a stop;
+// only a desktop that goes away stops it, with desktopLostProblem.
 Result run(const Snapshot& snapshot, const Progress& progress);
 
 // Where the application's bundle is: its recorded path while that exists,

@@ -90,7 +90,7 @@ void settle(const std::vector<Placed>& placed) {
         std::vector<const Placed*> off;
         for (const Placed& entry : placed)
             if (!holds(entry)) off.push_back(&entry);
-        if (off.empty()) return;
+        if (off.empty() || desktop.desktopLost()) return;
         if (desktop.monotonicSeconds() >= deadline) {
             for (const Placed* entry : off) {
                 if (entry->frame) AXO::setFrame(entry->window, *entry->frame);
@@ -108,7 +108,8 @@ std::vector<Element> waitForWindows(std::int32_t pid, std::int64_t expected, dou
     Platform& desktop = platform();
     double deadline = desktop.monotonicSeconds() + timeout;
     std::vector<Element> live = AXO::windows(pid);
-    while (static_cast<std::int64_t>(live.size()) < expected && desktop.monotonicSeconds() < deadline) {
+    while (static_cast<std::int64_t>(live.size()) < expected && desktop.monotonicSeconds() < deadline &&
+           !desktop.desktopLost()) {
         desktop.sleep(windowPoll);
         live = AXO::windows(pid);
     }
@@ -129,6 +130,19 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
     // Greedy in saved order: a window without a match takes whatever is first,
     // even if a later saved window would have matched it by title.
     for (const WindowState& saved : app.windows) {
+        // A snapshot file may hold any number: a workspace no window manager
+        // has counts as none, a frame no screen can show is not written.
+        bool workspace = saved.workspace.has_value();
+        if (workspace && (*saved.workspace < -1 || *saved.workspace > AXO::lastWorkspace)) {
+            log("restore " + app.name + ": workspace " + std::to_string(*saved.workspace) +
+                " left out, no window manager has it");
+            workspace = false;
+        }
+        std::optional<Frame> frame = saved.frame;
+        if (frame && !frame->placeable()) {
+            log("restore " + app.name + ": a frame that no screen can show left out");
+            frame.reset();
+        }
         std::optional<size_t> pick;
         if (saved.document && !live.empty()) pick = firstWith(live, "AXDocument", *saved.document);
         if (!pick && saved.title) pick = firstWith(live, "AXTitle", *saved.title);
@@ -142,7 +156,7 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
         // a maximized axis that should not be is released before the frame.
         bool maximizedState = saved.maximizedHorizontally || saved.maximizedVertically;
         bool wide = saved.maximizedHorizontally.value_or(false), tall = saved.maximizedVertically.value_or(false);
-        if (saved.workspace) AXO::setInteger(window, AXO::workspaceAttribute, *saved.workspace);
+        if (workspace) AXO::setInteger(window, AXO::workspaceAttribute, *saved.workspace);
         if (maximizedState && !(wide && tall))
             AXO::setBool(window,
                          wide   ? AXO::maximizedVerticallyAttribute
@@ -152,14 +166,14 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
         // A window going full screen gets its size from the screen, not from us;
         // one maximized both ways from the work area, and keeps the size it has
         // for when it is restored.
-        bool framed = saved.frame && !saved.fullScreen && !(wide && tall);
-        if (framed) AXO::setFrame(window, *saved.frame);
+        bool framed = frame && !saved.fullScreen && !(wide && tall);
+        if (framed) AXO::setFrame(window, *frame);
         // A maximized axis or full screen decides the frame itself; a window
         // that is to be minimized is looked at for that, not for its frame.
         if (managed && !saved.fullScreen) {
             bool checkFrame = framed && !wide && !tall && !saved.minimized;
             if (checkFrame || saved.minimized)
-                placed.push_back({window, checkFrame ? saved.frame : std::nullopt, saved.minimized});
+                placed.push_back({window, checkFrame ? frame : std::nullopt, saved.minimized});
         }
         if (wide || tall)
             AXO::setBool(window,

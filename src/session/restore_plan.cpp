@@ -26,7 +26,13 @@ struct PlannedElement {
     std::int32_t pid;
 };
 
-std::string number(double value) { return std::to_string(static_cast<long long>(std::lround(value))); }
+// A coordinate in whole points. The desktop may answer anything, and lround
+// has no result for what a long does not hold.
+std::string number(double value) {
+    if (!std::isfinite(value)) return "?";
+    constexpr double limit = 1e15;
+    return std::to_string(static_cast<long long>(std::lround(std::clamp(value, -limit, limit))));
+}
 
 // What a launch would run, in full: the command line given, else that of the
 // desktop entry at the path, else the application file itself.
@@ -93,7 +99,9 @@ public:
             if (auto desk = as<std::int64_t>(after(AXO::workspaceAttribute));
                 desk && as<std::int64_t>(before(AXO::workspaceAttribute)) != desk) {
                 auto name = [](std::int64_t index) {
-                    return index < 0 ? std::string("every workspace") : "workspace " + std::to_string(index + 1);
+                    // Counted from 1 for people; unsigned, so the largest index has a successor.
+                    return index < 0 ? std::string("every workspace")
+                                     : "workspace " + std::to_string(static_cast<std::uint64_t>(index) + 1);
                 };
                 auto was = as<std::int64_t>(before(AXO::workspaceAttribute));
                 changes.push_back({"workspace", who + (was ? " from " + name(*was) : "") + " to " + name(*desk)});
@@ -194,6 +202,7 @@ public:
         return true;
     }
     std::optional<std::string> windowManagerName() override { return desktop_.windowManagerName(); }
+    bool desktopLost() override { return desktop_.desktopLost(); }
 
     // Files and the user.
     bool fileExists(const std::string& path) override { return desktop_.fileExists(path); }
@@ -268,7 +277,7 @@ Plan plan(const Snapshot& snapshot) {
     // restore itself would wait for it.
     std::erase_if(plan.result.problems, [&](const std::string& problem) {
         for (const std::string& name : heldBack.askedForWindows)
-            if (problem == name + ": a window failed to open") return true;
+            if (problem == name + ": a window asked for did not appear") return true;
         return false;
     });
     return plan;

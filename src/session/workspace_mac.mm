@@ -207,6 +207,8 @@ public:
     // A Mac restore reopens windows through documents and scripts, never this way.
     bool openNewWindow(const App&, ErrorSink) override { return false; }
     std::optional<std::string> windowManagerName() override { return std::nullopt; }
+    // The window server outlives every application.
+    bool desktopLost() override { return false; }
 
     bool fileExists(const std::string& path) override {
         @autoreleasepool {

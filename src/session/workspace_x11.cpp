@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <mutex>
 #include <system_error>
 #include <thread>
 
@@ -130,7 +129,8 @@ public:
     }
 
     std::optional<std::string> applicationPath(const std::string& bundleID) override {
-        for (const DesktopEntries::Entry& entry : entries())
+        auto installed = entries_.current();
+        for (const DesktopEntries::Entry& entry : *installed)
             if (entry.id == bundleID) return entry.file.string();
         return std::nullopt;
     }
@@ -201,6 +201,8 @@ public:
         return x_->windowManagerName().value_or("unnamed");
     }
 
+    bool desktopLost() override { return x_->lost(); }
+
     // Windows here carry no document, so a restore never has any to reopen.
     void openDocuments(const std::vector<std::string>&, const std::string&, double, ErrorSink onError) override {
         if (onError) onError("opening documents is not supported on X11");
@@ -234,6 +236,7 @@ private:
     // The first of the process's windows whose class matches an entry names it.
     Identity identify(std::int32_t pid) {
         Identity identity;
+        auto installed = entries_.current();
         auto windows = x_->windowsOf(pid);
         identity.windows = windows.size();
         for (AXX11::WindowID window : windows)
@@ -243,7 +246,7 @@ private:
             if (!wmClass) continue;
             if (!identity.wmClass) identity.wmClass = wmClass;
             std::string application = x_->gtkApplicationId(window).value_or("");
-            if (auto entry = DesktopEntries::match(entries(), {wmClass->instance, wmClass->wmClass, application})) {
+            if (auto entry = DesktopEntries::match(*installed, {wmClass->instance, wmClass->wmClass, application})) {
                 identity.entry = std::move(entry);
                 break;
             }
@@ -258,16 +261,10 @@ private:
         return Process::workingDirectory(pid);
     }
 
-    // Read once: the installed applications do not change during a capture or
-    // a restore, and reading every folder costs more than the windows do.
-    const std::vector<DesktopEntries::Entry>& entries() {
-        std::call_once(entriesRead_, [this] { entries_ = DesktopEntries::all(DesktopEntries::applicationFolders()); });
-        return entries_;
-    }
-
     std::unique_ptr<AXX11::Connection> x_;
-    std::once_flag entriesRead_;
-    std::vector<DesktopEntries::Entry> entries_;
+    // Read again only when the application folders change: the tray runs
+    // while programs are installed and removed.
+    DesktopEntries::Catalog entries_;
 };
 
 }  // namespace

@@ -152,6 +152,88 @@ TEST_F(CliTest, RestoringOntoAnEmptyDesktopLaunchesReopensAndListsProblems) {
               "problem: Gone: app not found\n");
 }
 
+TEST_F(CliTest, NumbersNoDesktopHasAreLeftOutOfADiffAndARestoreAndStopNothing) {
+    // The editor's window on a workspace no window manager has, one frame far
+    // off every screen and one of negative size; the browser window's frame and
+    // tab beyond what any integer holds.
+    std::string path = file("absurd.json", R"({
+      "apps" : [
+        {"bundleID" : "com.example.Editor", "bundlePath" : "\/Applications\/Editor.app", "hidden" : false,
+         "kind" : "generic", "name" : "Editor", "scripted" : [ ],
+         "windows" : [
+           {"title" : "Draft", "frame" : {"x" : 1e300, "y" : -1e300, "w" : 1e300, "h" : 1e300},
+            "minimized" : false, "fullScreen" : false, "workspace" : 9223372036854775807},
+           {"title" : "Notes", "frame" : {"x" : -1e300, "y" : 25, "w" : -1e300, "h" : 500},
+            "minimized" : true, "fullScreen" : false, "workspace" : -9223372036854775808}]},
+        {"bundleID" : "com.google.Chrome", "bundlePath" : "\/Applications\/Google Chrome.app", "hidden" : false,
+         "kind" : "chromium", "name" : "Google Chrome", "windows" : [ ],
+         "scripted" : [
+           {"activeIndex" : 9223372036854775807, "items" : ["https:\/\/z.example\/"],
+            "frame" : {"x" : 9e18, "y" : 9e18, "w" : 9e18, "h" : 9e18}}]}
+      ],
+      "date" : "2026-01-05T09:00:00Z", "reason" : "manual"
+    })");
+
+    Finished diff = sim_({"--diff", path});
+    ASSERT_TRUE(diff.exitedWith(0)) << diff.err;
+    // The first line names the snapshot's date in local time; the rest is what would change.
+    size_t firstEnd = diff.out.find('\n');
+    ASSERT_NE(firstEnd, std::string::npos) << diff.out;
+    EXPECT_EQ(diff.out.rfind("what restoring the snapshot of ", 0), 0u) << diff.out;
+    EXPECT_NE(diff.out.find(" (manual, 2 apps \u00B7 3 windows \u00B7 1 tabs) would do:\n"), std::string::npos);
+    EXPECT_EQ(diff.out.substr(firstEnd + 1), "  reopen: Google Chrome: a window with 1 tabs\n");
+
+    Finished restored = sim_({"--restore", path});
+    ASSERT_TRUE(restored.exitedWith(0)) << restored.err;
+    EXPECT_EQ(restored.out,
+              "Restoring 1/2: Editor\n"
+              "Restoring 2/2: Google Chrome\n"
+              "launched 0, windows 3, tabs 1\n");
+}
+
+TEST_F(CliTest, ADisplayThatGoesAwayStopsEachModeWithALineAndStatusThree) {
+    Finished captured = sim_({"--capture"});
+    ASSERT_TRUE(captured.exitedWith(0)) << captured.err;
+    auto snapshot = decodeSnapshot(captured.out).value();
+    AppState later;
+    later.name = "Later";
+    later.bundleID = "com.example.Later";
+    later.bundlePath = "/Applications/Later.app";
+    later.windows = {WindowState{}};
+    snapshot.apps.insert(snapshot.apps.begin(), later);
+    std::string path = file("session.json", encodeSnapshot(snapshot).value());
+    // Later takes long to start; the display is gone 0.3 s in.
+    std::string description = kDesktop;
+    description.replace(description.find("\"apps\": ["), 9,
+                        R"("lostAt": 0.3, "apps": [
+        {"bundleID": "com.example.Later", "bundlePath": "/Applications/Later.app", "name": "Later",
+         "finishedAfter": 60},)");
+
+    Finished restored = sim_({"--restore", path}, description);
+    EXPECT_TRUE(restored.exitedWith(3)) << restored.status;
+    EXPECT_EQ(restored.out,
+              "Restoring 1/5: Later\n"
+              "launched 1, windows 0, tabs 0\n"
+              "problem: the display went away; the restore stopped there\n");
+    EXPECT_EQ(restored.err, "tarnwick: the display went away; the restore stopped before it was done\n");
+
+    std::string gone = kDesktop;
+    gone.replace(gone.find("\"home\""), 6, "\"lostAt\": 0, \"home\"");
+    Finished capture = sim_({"--capture"}, gone);
+    EXPECT_TRUE(capture.exitedWith(3));
+    EXPECT_EQ(capture.out, "");
+    EXPECT_EQ(capture.err, "tarnwick: the display went away; nothing was captured\n");
+
+    Finished save = sim_({"--save"}, gone);
+    EXPECT_TRUE(save.exitedWith(3));
+    EXPECT_EQ(save.out, "");
+    EXPECT_EQ(save.err, "tarnwick: the display went away; nothing was saved\n");
+
+    Finished diff = sim_({"--diff", path}, gone);
+    EXPECT_TRUE(diff.exitedWith(3));
+    EXPECT_EQ(diff.err, "tarnwick: the display went away; what a restore would do is not known\n");
+}
+
 TEST_F(CliTest, AFileThatIsNotJsonStopsTheProcessWithADiagnosticAndNothingMore) {
     std::string path = file("notes.txt", "these are not the snapshots you are looking for\n");
     Finished finished = sim_({"--restore", path});

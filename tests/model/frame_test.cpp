@@ -85,3 +85,20 @@ TEST(FrameEquality, FloatingPointRules) {
 
 }  // namespace
 }  // namespace tarnwick
+
+namespace tarnwick {
+namespace {
+
+TEST(FramePlaceable, OnlyFinitePositionsAndSizesWithinAMillionPoints) {
+    EXPECT_TRUE((Frame{-1000, 25, 800, 600}.placeable()));
+    EXPECT_TRUE((Frame{1e6, -1e6, 0, 1e6}.placeable()));
+    EXPECT_FALSE((Frame{1e300, 0, 800, 600}.placeable()));
+    EXPECT_FALSE((Frame{0, -1e300, 800, 600}.placeable()));
+    EXPECT_FALSE((Frame{0, 0, 1e300, 600}.placeable()));
+    EXPECT_FALSE((Frame{0, 0, 800, -1}.placeable()));
+    EXPECT_FALSE((Frame{0, 0, 800, std::numeric_limits<double>::quiet_NaN()}.placeable()));
+    EXPECT_FALSE((Frame{std::numeric_limits<double>::infinity(), 0, 800, 600}.placeable()));
+}
+
+}  // namespace
+}  // namespace tarnwick

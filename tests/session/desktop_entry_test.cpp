@@ -1,6 +1,7 @@
 // Desktop entries: reading them from real files, expanding Exec, matching windows.
 #include "session/desktop_entry.h"
 
+#include "support/scoped_variable.h"
 #include "support/temp_dir.h"
 
 #include <gmock/gmock.h>
@@ -239,6 +240,33 @@ TEST_F(DesktopEntryTest, TerminalsAreKnownByTheirCategory) {
     EXPECT_TRUE(DesktopEntries::read(terminal, "t.desktop")->terminal());
     EXPECT_THAT(DesktopEntries::read(terminal, "t.desktop")->categories, ElementsAre("System", "TerminalEmulator"));
     EXPECT_FALSE(DesktopEntries::read(editor, "e.desktop")->terminal());
+}
+
+}  // namespace
+}  // namespace tarnwick::testing
+
+namespace tarnwick::testing {
+namespace {
+
+TEST_F(DesktopEntryTest, TheCatalogIsReadAgainWhenAFolderOrAFolderInItChanges) {
+    ScopedVariable dataHome("XDG_DATA_HOME", (dir.path() / "data").string());
+    ScopedVariable dataDirs("XDG_DATA_DIRS", (dir.path() / "none").string());
+    const auto applications = dir.path() / "data" / "applications";
+    write(applications, "kde/old.desktop", "[Desktop Entry]\nType=Application\nName=Old\nExec=old\n");
+    DesktopEntries::Catalog catalog;
+    auto first = catalog.current();
+    EXPECT_THAT(ids(*first), ElementsAre("kde-old.desktop"));
+    EXPECT_EQ(catalog.current(), first) << "nothing changed: the same list, not read again";
+
+    write(applications, "new.desktop", "[Desktop Entry]\nType=Application\nName=New\nExec=new\n");
+    EXPECT_THAT(ids(*catalog.current()), ElementsAre("kde-old.desktop", "new.desktop"));
+    // A file removed from a folder inside the folder.
+    std::filesystem::remove(applications / "kde" / "old.desktop");
+    EXPECT_THAT(ids(*catalog.current()), ElementsAre("new.desktop"));
+    EXPECT_THAT(ids(*first), ElementsAre("kde-old.desktop")) << "a list handed out stays as it was";
+    // Other folders altogether.
+    ScopedVariable elsewhere("XDG_DATA_HOME", (dir.path() / "elsewhere").string());
+    EXPECT_THAT(ids(*catalog.current()), ::testing::IsEmpty());
 }
 
 }  // namespace

@@ -453,8 +453,68 @@ TEST_F(SeveralWindowsInOneProcessTest, AnAskedForWindowThatNeverComesIsReported)
     desktop.install(editorSpec);
     Restore::Result result = run();
     EXPECT_EQ(result.windows, 1);
-    EXPECT_EQ(result.problems, (std::vector<std::string>{"Editor: a window failed to open"}));
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"Editor: a window asked for did not appear"}));
     EXPECT_LT(desktop.now(), 15.0) << "one wait of ten seconds for it, not another twelve";
+}
+
+// Recorded A, B and C; the launched editor shows B and C.
+class MissingFirstWindowTest : public SeveralWindowsInOneProcessTest {
+protected:
+    void SetUp() override {
+        SeveralWindowsInOneProcessTest::SetUp();
+        snapshot.apps[0].windows.clear();
+        for (const char* title : {"A", "B", "C"}) {
+            WindowState window;
+            window.title = title;
+            window.frame = frameOf(title);
+            snapshot.apps[0].windows.push_back(window);
+        }
+        editorSpec.windowsOnLaunch.clear();
+        for (const char* title : {"B", "C"}) {
+            SimWindow shown;
+            shown.title = title;
+            shown.frame = Frame{1, 1, 200, 100};
+            editorSpec.windowsOnLaunch.push_back(shown);
+        }
+    }
+    static Frame frameOf(const std::string& title) {
+        return Frame{title == "A" ? 10.0 : title == "B" ? 300.0 : 600.0, 40, 250, 200};
+    }
+    std::optional<Frame> frameOfWindowTitled(const std::string& title) {
+        auto pid = desktop.pidOf(*editorSpec.bundleID);
+        if (!pid) return std::nullopt;
+        for (std::uint64_t id : desktop.visibleWindows(*pid))
+            if (desktop.window(id).title == title) return desktop.window(id).frame;
+        return std::nullopt;
+    }
+};
+
+TEST_F(MissingFirstWindowTest, TheWindowsThereKeepTheirOwnFramesAndOnlyTheMissingOneIsAskedFor) {
+    SimWindow untitled;
+    untitled.title = "Untitled";
+    untitled.appearsAfter = 1.0;
+    editorSpec.newWindow = untitled;
+    desktop.install(editorSpec);
+    Restore::Result result = run();
+    EXPECT_EQ(desktop.calls("openNewWindow"), 1);
+    EXPECT_EQ(result.windows, 3);
+    EXPECT_TRUE(result.problems.empty()) << result.problems.front();
+    EXPECT_EQ(frameOfWindowTitled("B"), frameOf("B"));
+    EXPECT_EQ(frameOfWindowTitled("C"), frameOf("C"));
+    EXPECT_EQ(frameOfWindowTitled("Untitled"), frameOf("A"));
+}
+
+TEST_F(MissingFirstWindowTest, WhenTheAskedForWindowNeverComesTheOthersStillGetTheirOwnFrames) {
+    SimWindow late;
+    late.appearsAfter = 60;
+    editorSpec.newWindow = late;
+    desktop.install(editorSpec);
+    Restore::Result result = run();
+    EXPECT_EQ(desktop.calls("openNewWindow"), 1);
+    EXPECT_EQ(result.windows, 2);
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"Editor: a window asked for did not appear"}));
+    EXPECT_EQ(frameOfWindowTitled("B"), frameOf("B"));
+    EXPECT_EQ(frameOfWindowTitled("C"), frameOf("C"));
 }
 
 TEST_F(SeveralWindowsInOneProcessTest, ARunningProcessWithEveryWindowIsNeverAsked) {
@@ -488,6 +548,47 @@ TEST_F(RestoreRunTest, EmptySnapshotDoesNothing) {
     EXPECT_EQ(result.windows, 0);
     EXPECT_EQ(result.tabs, 0);
     EXPECT_TRUE(result.problems.empty());
+}
+
+}  // namespace
+}  // namespace tarnwick
+
+namespace tarnwick {
+namespace {
+
+// The X server ends 0.3 s into a restore of three programs that take long to start.
+TEST_F(RestoreRunTest, ADesktopThatGoesAwayStopsTheRestoreAtOnceWithALastProblemLine) {
+    desktop.windowManager = "openbox";
+    desktop.lostAt = 0.3;
+    for (const char* name : {"One", "Two", "Three"}) {
+        SimAppSpec spec = appSpec("com.example." + std::string(name), "/Applications/" + std::string(name) + ".app", name);
+        spec.finishedAfter = 30;
+        spec.windowsOnLaunch = {SimWindow{}};
+        spec.windowsOnLaunch[0].appearsAfter = 30;
+        desktop.install(spec);
+        AppState app = recordedFor(spec, AppKind::generic);
+        WindowState window;
+        window.frame = Frame{10, 10, 300, 200};
+        app.windows = {window, window};
+        snapshot.apps.push_back(app);
+    }
+    Restore::Result result = run();
+    EXPECT_EQ(progressLines, (std::vector<std::string>{"Restoring 1/3: One"}));
+    EXPECT_EQ(result.launched, 1);
+    EXPECT_EQ(result.windows, 0);
+    EXPECT_EQ(result.problems, (std::vector<std::string>{std::string(Restore::desktopLostProblem)}));
+    EXPECT_LT(desktop.now(), 1.0) << "no launch polling or window wait after the display went away";
+    EXPECT_EQ(desktop.calls("openApplication"), 1);
+}
+
+TEST_F(RestoreRunTest, WaitingForWindowsEndsWhenTheDesktopGoesAway) {
+    desktop.lostAt = 2.0;
+    desktop.install(editorSpec);
+    auto pid = desktop.startApp(editorSpec);
+    auto windows = Restore::waitForWindows(pid, 3, 12.0);
+    EXPECT_TRUE(windows.empty());
+    EXPECT_GE(desktop.now(), 2.0);
+    EXPECT_LT(desktop.now(), 3.0);
 }
 
 }  // namespace

@@ -455,6 +455,11 @@ bool SimDesktop::openNewWindow(const App& app, ErrorSink) {
 
 std::optional<std::string> SimDesktop::windowManagerName() { return windowManager; }
 
+bool SimDesktop::desktopLost() {
+    std::lock_guard guard(lock_);
+    return lostAt && now_ >= *lostAt;
+}
+
 void SimDesktop::openDocuments(const std::vector<std::string>& urls, const std::string& appPath, double timeout,
                                ErrorSink onError) {
     std::lock_guard guard(lock_);

@@ -153,6 +153,9 @@ public:
     std::optional<std::string> windowManager;
     std::optional<std::string> ownBundleID = "com.tarnwick.Tarnwick";
     std::optional<std::int32_t> frontmost;
+    // Virtual seconds after which the desktop is gone for good (the X server
+    // ended): desktopLost says so, and nothing else changes.
+    std::optional<double> lostAt;
     std::string home = "/Users/tester";
     Date startDate;
 
@@ -201,6 +204,7 @@ public:
     bool opensRecordedApplications() override;
     bool openNewWindow(const App& app, ErrorSink onError) override;
     std::optional<std::string> windowManagerName() override;
+    bool desktopLost() override;
 
     bool fileExists(const std::string& path) override;
     std::string homeDirectory() override;

@@ -195,6 +195,7 @@ bool loadDesktop(SimDesktop& desktop, std::string_view json, std::string& error)
     std::vector<std::string> files;
     std::optional<std::string> frontmost;
     std::optional<std::string> date;
+    double lostAt = -1;
     bool ok = reader.fields(
         root, "desktop",
         {{"home", [&](element v, const std::string& w) { return reader.text(v, w, desktop.home); }},
@@ -202,6 +203,7 @@ bool loadDesktop(SimDesktop& desktop, std::string_view json, std::string& error)
          {"ownBundleID", [&](element v, const std::string& w) { return reader.text(v, w, desktop.ownBundleID); }},
          {"frontmost", [&](element v, const std::string& w) { return reader.text(v, w, frontmost); }},
          {"date", [&](element v, const std::string& w) { return reader.text(v, w, date); }},
+         {"lostAt", [&](element v, const std::string& w) { return reader.number(v, w, lostAt); }},
          {"files", [&](element v, const std::string& w) { return reader.texts(v, w, files); }},
          {"apps", [&](element v, const std::string& w) {
               return reader.each(v, w, [&](element item, const std::string& at) {
@@ -212,6 +214,7 @@ bool loadDesktop(SimDesktop& desktop, std::string_view json, std::string& error)
               });
           }}});
     if (!ok) return false;
+    if (lostAt >= 0) desktop.lostAt = lostAt;
     if (date) {
         auto start = *date == "now" ? std::optional<Date>(std::chrono::floor<std::chrono::seconds>(
                                           std::chrono::system_clock::now()))

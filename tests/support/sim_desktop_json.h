@@ -11,6 +11,7 @@ namespace tarnwick::testing {
 // Fills the desktop from a description:
 //   { "home": "/Users/tester", "trusted": true, "ownBundleID": "…" or null,
 //     "date": "2026-01-05T10:00:00Z" or "now" (the clock's start),
+//     "lostAt": 0.3 (virtual seconds after which the desktop is gone, as an X server that ended),
 //     "frontmost": "<bundle id of a running app>", "files": ["/path", …],
 //     "apps": [ { "bundleID", "bundlePath", "name", "policy": "regular|accessory|prohibited",
 //                 "running": true, "hidden": false, "windows": [window…],

@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <limits>
 
 namespace tarnwick::testing {
 namespace {
@@ -223,6 +224,88 @@ TEST_F(BackendTest, ActivatingAnApplicationNeverShowsAMinimizedWindow) {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_TRUE(probe.hidden(first));
     EXPECT_TRUE(probe.hidden(second));
+}
+
+}  // namespace
+}  // namespace tarnwick::testing
+
+namespace tarnwick::testing {
+namespace {
+
+TEST_F(BackendTest, AFrameNoScreenCanShowLeavesTheWindowWhereItIsAndTheOtherStillMoves) {
+    VirtualDisplay display;
+    DisplayProbe probe;
+    std::uint32_t first = probe.createWindow("First", Kind::normal);
+    std::uint32_t second = probe.createWindow("Second", Kind::normal);
+    ASSERT_TRUE(eventually([&] { return probe.clients().size() == 2; }));
+    probe.configure(first, 100, 120, 300, 200);
+    probe.configure(second, 500, 120, 300, 200);
+    std::optional<Rect> before;
+    ASSERT_TRUE(eventually([&] {
+        before = probe.frame(first);
+        auto other = probe.frame(second);
+        return before && other && before->x >= 90 && before->x <= 110 && other->x >= 490 && other->x <= 510;
+    }));
+
+    Installed x11;
+    Snapshot snapshot = Capture::snapshot("test");
+    std::erase_if(snapshot.apps, [](const AppState& app) { return app.bundlePath != ownExecutable(); });
+    ASSERT_EQ(snapshot.apps.size(), 1u);
+    for (WindowState& window : snapshot.apps[0].windows) {
+        if (window.title == "First") {
+            window.frame = Frame{1e300, -1e300, 1e300, 1e300};
+            window.workspace = std::numeric_limits<std::int64_t>::max();
+        } else {
+            window.frame = Frame{700, 300, 320, 240};
+        }
+    }
+    Restore::Result result = Restore::run(snapshot, [](const std::string&) {});
+    EXPECT_EQ(result.windows, 2);
+    EXPECT_TRUE(result.problems.empty());
+    EXPECT_TRUE(eventually([&] {
+        auto moved = probe.frame(second);
+        return moved && std::abs(moved->x - 700) <= 10 && std::abs(moved->y - 300) <= 10;
+    }));
+    auto after = probe.frame(first);
+    ASSERT_TRUE(after);
+    EXPECT_EQ(after->x, before->x);
+    EXPECT_EQ(after->y, before->y);
+    EXPECT_EQ(after->w, before->w);
+    EXPECT_EQ(after->h, before->h);
+    EXPECT_EQ(probe.workspace(first), std::optional<std::uint32_t>(0));
+}
+
+}  // namespace
+}  // namespace tarnwick::testing
+
+namespace tarnwick::testing {
+namespace {
+
+TEST_F(BackendTest, AnEntryWrittenWhileTheBackendRunsNamesTheProgramAtTheNextCapture) {
+    entry("other", "Name=Other\nExec=other-program\n");
+    VirtualDisplay display;
+    DisplayProbe probe;
+    probe.createWindow("Work", Kind::normal);
+    ASSERT_TRUE(eventually([&] { return probe.clients().size() == 1; }));
+
+    Installed x11;  // one backend for the whole test, as the tray keeps one
+    const AppState* app = nullptr;
+    Snapshot before = Capture::snapshot("test");
+    app = appAt(before, ownExecutable());
+    ASSERT_NE(app, nullptr) << "no entry names it yet: known by its executable";
+    EXPECT_EQ(app->bundleID, std::nullopt);
+
+    entry("probe-tool", "Name=Probe Tool\nExec=probe-tool\nStartupWMClass=Probe\n");
+    auto file = dir.path() / "share" / "applications" / "probe-tool.desktop";
+    Snapshot after = Capture::snapshot("test");
+    app = appAt(after, file.string());
+    ASSERT_NE(app, nullptr) << "the new entry names it";
+    EXPECT_EQ(app->bundleID, "probe-tool.desktop");
+    EXPECT_EQ(app->name, "Probe Tool");
+
+    std::filesystem::remove(file);
+    Snapshot removed = Capture::snapshot("test");
+    EXPECT_NE(appAt(removed, ownExecutable()), nullptr) << "the entry is gone: known by its executable again";
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <algorithm>
 #include <chrono>
 #include <map>
@@ -813,6 +814,49 @@ TEST_F(DesktopTest, ASnapshotSavedHereBringsAProgramBackByItsCommandLine) {
     EXPECT_TRUE(eventually([&] { return probe->clientsOfClass("XClock").size() == 1; }));
     EXPECT_EQ(processesNamed("xclock"),
               (std::vector<std::vector<std::string>>{{programPath("xclock"), "-digital", "-geometry", "260x60+100+500"}}));
+}
+
+}  // namespace
+}  // namespace tarnwick::testing
+
+namespace tarnwick::testing {
+namespace {
+
+TEST_F(DesktopTest, ARestoreWhoseDisplayGoesAwayStopsAtOnceSayingSo) {
+    // Programs that show their window two seconds after they start; without
+    // a display they end at once, so none of them outlives the test for long.
+    Snapshot snapshot;
+    for (const char* id : {"slow-one", "slow-two", "slow-three"}) {
+        AppState app;
+        app.name = id;
+        app.bundleID = std::string(id) + ".desktop";
+        app.bundlePath = entry(id, id, "sh -c \"sleep 2; exec xlogo\"").string();
+        WindowState window;
+        window.frame = Frame{200, 200, 300, 200};
+        app.windows = {window};
+        snapshot.apps.push_back(app);
+    }
+    auto file = dir.path() / "slow.json";
+    writeText(file, encodeSnapshot(snapshot).value());
+
+    int error = 0;
+    auto child = ChildProcess::start(TARNWICK_PATH, {"--restore", file.string()}, ChildProcess::Input::inherit,
+                                     ChildProcess::ErrorOutput::pipe, error);
+    ASSERT_TRUE(child) << std::strerror(error);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    probe.reset();
+    display.reset();
+    auto status = child->waitUntil(std::chrono::steady_clock::now() + std::chrono::seconds(3));
+    if (!status) child->terminateInBackground();
+    ASSERT_TRUE(status) << "still restoring 3 s after the display went away";
+    Finished finished{*status, drain(child->output()), drain(child->errorOutput())};
+    EXPECT_TRUE(WIFEXITED(finished.status) && WEXITSTATUS(finished.status) == 3) << finished.status;
+    EXPECT_NE(finished.out.find("problem: the display went away; the restore stopped there\n"), std::string::npos)
+        << finished.out;
+    EXPECT_EQ(finished.out.find("ended before it showed a window"), std::string::npos) << finished.out;
+    EXPECT_NE(finished.err.find("tarnwick: the display went away; the restore stopped before it was done\n"),
+              std::string::npos)
+        << finished.err;
 }
 
 }  // namespace
