@@ -75,6 +75,7 @@ public:
         return timed([&] { return inner_.launch(r, t, s); });
     }
     bool separateInstances() override { return timed([&] { return inner_.separateInstances(); }); }
+    bool desktopLost() override { return timed([&] { return inner_.desktopLost(); }); }
     bool opensRecordedApplications() override {
         return timed([&] { return inner_.opensRecordedApplications(); });
     }
