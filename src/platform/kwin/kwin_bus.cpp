@@ -39,7 +39,8 @@ using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
 
 // An error of one call, freed when it goes out of scope.
 struct CallError {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    // Zeroed, as SD_BUS_ERROR_NULL (a C compound literal) makes it.
+    sd_bus_error error{};
     ~CallError() { sd_bus_error_free(&error); }
     std::string text(int result) const {
         if (error.message != nullptr) return error.message;
