@@ -1,0 +1,236 @@
+// KWin::Bus: sd-bus calls into KWin's scripting, and the object scripts answer.
+#include "platform/kwin/kwin_bus.h"
+
+#include <systemd/sd-bus.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <unistd.h>
+
+namespace tarnwick::KWin {
+
+namespace {
+
+constexpr const char* kwinService = "org.kde.KWin";
+constexpr const char* scriptingPath = "/Scripting";
+constexpr const char* scriptingInterface = "org.kde.kwin.Scripting";
+constexpr const char* scriptInterface = "org.kde.kwin.Script";
+constexpr const char* answerPath = "/com/tarnwick/Tarnwick/KWin";
+constexpr const char* answerInterface = "com.tarnwick.Tarnwick.KWinAnswer";
+constexpr const char* answerMethod = "Answer";
+// A call into KWin's own interfaces: it answers at once or is not there.
+constexpr std::uint64_t callTimeoutMicroseconds = 2'000'000;
+
+struct BusUnref {
+    void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+};
+struct SlotUnref {
+    void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
+};
+struct MessageUnref {
+    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
+
+// An error of one call, freed when it goes out of scope.
+struct CallError {
+    // Zeroed, as SD_BUS_ERROR_NULL (a C compound literal) makes it.
+    sd_bus_error error{};
+    ~CallError() { sd_bus_error_free(&error); }
+    std::string text(int result) const {
+        if (error.message != nullptr) return error.message;
+        if (error.name != nullptr) return error.name;
+        return std::strerror(-result);
+    }
+};
+
+}  // namespace
+
+struct Bus::State {
+    std::unique_ptr<sd_bus, BusUnref> bus;
+    std::unique_ptr<sd_bus_slot, SlotUnref> object;
+    ReplyAddress address;
+    std::filesystem::path folder;  // our own, for the script files KWin reads
+    std::uint64_t counter = 0;
+    std::map<std::string, std::string> answers;  // by token, until taken
+
+    ~State() {
+        std::error_code ignored;
+        if (!folder.empty()) std::filesystem::remove_all(folder, ignored);
+    }
+
+    // A scripting call that answers with nothing or an integer.
+    int call(const char* path, const char* interface, const char* member, std::string& why, const char* types = "",
+             const char* first = nullptr, const char* second = nullptr) {
+        CallError error;
+        sd_bus_message* raw = nullptr;
+        sd_bus_message* request = nullptr;
+        int result = sd_bus_message_new_method_call(bus.get(), &request, kwinService, path, interface, member);
+        Message owned(request);
+        if (result >= 0 && first != nullptr) result = sd_bus_message_append_basic(request, 's', first);
+        if (result >= 0 && second != nullptr) result = sd_bus_message_append_basic(request, 's', second);
+        if (result >= 0) result = sd_bus_call(bus.get(), request, callTimeoutMicroseconds, &error.error, &raw);
+        Message reply(raw);
+        if (result < 0) {
+            why = std::string(member) + ": " + error.text(result);
+            return result;
+        }
+        if (std::strcmp(types, "i") == 0) {
+            std::int32_t value = 0;
+            result = sd_bus_message_read_basic(reply.get(), 'i', &value);
+            if (result < 0) {
+                why = std::string(member) + ": " + std::strerror(-result);
+                return result;
+            }
+            return value;
+        }
+        return 0;
+    }
+
+    static int onAnswer(sd_bus_message* message, void* data, sd_bus_error*) {
+        auto* state = static_cast<State*>(data);
+        const char* token = nullptr;
+        const char* payload = nullptr;
+        if (sd_bus_message_read(message, "ss", &token, &payload) >= 0) state->answers[token] = payload;
+        return sd_bus_reply_method_return(message, "");
+    }
+};
+
+Bus::Bus(std::unique_ptr<State> state) : state_(std::move(state)) {}
+Bus::~Bus() = default;
+
+const ReplyAddress& Bus::replyAddress() const { return state_->address; }
+
+std::unique_ptr<Bus> Bus::open(std::string& why) {
+    const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    if (address == nullptr || *address == '\0') {
+        why = "no D-Bus session bus: DBUS_SESSION_BUS_ADDRESS is not set";
+        return nullptr;
+    }
+    auto state = std::make_unique<State>();
+    sd_bus* raw = nullptr;
+    int result = sd_bus_open_user(&raw);
+    state->bus.reset(raw);
+    if (result < 0) {
+        why = std::string("cannot connect to the D-Bus session bus: ") + std::strerror(-result);
+        return nullptr;
+    }
+    CallError error;
+    sd_bus_message* answer = nullptr;
+    int owned = 0;
+    result = sd_bus_call_method(state->bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                "org.freedesktop.DBus", "NameHasOwner", &error.error, &answer, "s", kwinService);
+    Message reply(answer);
+    if (result < 0 || sd_bus_message_read_basic(answer, 'b', &owned) < 0 || !owned) {
+        why = "KWin does not answer on the D-Bus session bus (no org.kde.KWin)";
+        return nullptr;
+    }
+    const char* unique = nullptr;
+    if (sd_bus_get_unique_name(state->bus.get(), &unique) < 0 || unique == nullptr) {
+        why = "the D-Bus session bus gave no name";
+        return nullptr;
+    }
+    static const sd_bus_vtable answerTable[] = {
+        SD_BUS_VTABLE_START(0),
+        SD_BUS_METHOD(answerMethod, "ss", "", &State::onAnswer, SD_BUS_VTABLE_UNPRIVILEGED),
+        SD_BUS_VTABLE_END,
+    };
+    sd_bus_slot* slot = nullptr;
+    result = sd_bus_add_object_vtable(state->bus.get(), &slot, answerPath, answerInterface, answerTable, state.get());
+    state->object.reset(slot);
+    if (result < 0) {
+        why = std::string("cannot serve KWin's answers: ") + std::strerror(-result);
+        return nullptr;
+    }
+    state->address = ReplyAddress{unique, answerPath, answerInterface, answerMethod};
+
+    // KWin reads a script from a file: ours go into a folder only we can write.
+    std::error_code noTemp;
+    std::filesystem::path base = std::filesystem::temp_directory_path(noTemp);
+    if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime == '/') base = runtime;
+    std::string pattern = (base / "tarnwick-kwin-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) {
+        why = "cannot make a folder for KWin scripts in " + base.string() + ": " + std::strerror(errno);
+        return nullptr;
+    }
+    state->folder = pattern;
+    return std::unique_ptr<Bus>(new Bus(std::move(state)));
+}
+
+std::string Bus::nextToken() {
+    state_->counter += 1;
+    return std::to_string(::getpid()) + "-" + std::to_string(state_->counter);
+}
+
+std::optional<std::string> Bus::runScript(const std::string& source, const std::string& token,
+                                          std::chrono::milliseconds timeout, std::string& why) {
+    State& s = *state_;
+    const std::string name = "tarnwick-" + token;
+    const std::filesystem::path file = s.folder / (name + ".js");
+    {
+        std::ofstream out(file, std::ios::binary | std::ios::trunc);
+        out << source;
+        if (!out.flush()) {
+            why = "cannot write the script " + file.string();
+            return std::nullopt;
+        }
+    }
+    // Unloaded and deleted whatever happens: a script left loaded would run
+    // again with the next one of that name.
+    struct Cleanup {
+        State& s;
+        const std::string& name;
+        const std::filesystem::path& file;
+        bool loaded = false;
+        ~Cleanup() {
+            std::string ignored;
+            if (loaded) s.call(scriptingPath, scriptingInterface, "unloadScript", ignored, "b", name.c_str());
+            std::error_code error;
+            std::filesystem::remove(file, error);
+            s.answers.clear();
+        }
+    } cleanup{s, name, file};
+
+    const std::string path = file.string();
+    int id = s.call(scriptingPath, scriptingInterface, "loadScript", why, "i", path.c_str(), name.c_str());
+    if (id < 0) {
+        if (why.empty()) why = "KWin refused to load the script";
+        return std::nullopt;
+    }
+    cleanup.loaded = true;
+    // HACK: KWin 5.27 exports a loaded script as /N; Plasma 6 as /Scripting/ScriptN.
+    std::string scriptPath = "/" + std::to_string(id);
+    std::string runWhy;
+    if (s.call(scriptPath.c_str(), scriptInterface, "run", runWhy) < 0) {
+        scriptPath = "/Scripting/Script" + std::to_string(id);
+        if (s.call(scriptPath.c_str(), scriptInterface, "run", why) < 0) return std::nullopt;
+    }
+
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        if (auto found = s.answers.find(token); found != s.answers.end()) return std::move(found->second);
+        int processed = sd_bus_process(s.bus.get(), nullptr);
+        if (processed < 0) {
+            why = std::string("the session bus failed: ") + std::strerror(-processed);
+            return std::nullopt;
+        }
+        if (processed > 0) continue;
+        auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            why = "KWin's script did not answer within " + std::to_string(timeout.count()) + " ms";
+            return std::nullopt;
+        }
+        int waited = sd_bus_wait(s.bus.get(), static_cast<std::uint64_t>(left.count()));
+        if (waited < 0 && waited != -EINTR) {
+            why = std::string("the session bus failed: ") + std::strerror(-waited);
+            return std::nullopt;
+        }
+    }
+}
+
+}  // namespace tarnwick::KWin

@@ -1,0 +1,52 @@
+// The D-Bus half of the KWin backend: one session-bus connection that loads
+// scripts into KWin, runs them, and receives the one answer each sends back.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tarnwick::KWin {
+
+// Where a script sends its answer: our connection's unique name, and the
+// object and method that take it. A script calls
+//   callDBus(service, path, interface, method, token, payload)
+// once, with the token it was given.
+struct ReplyAddress {
+    std::string service;
+    std::string path;
+    std::string interface;
+    std::string method;
+};
+
+// One connection to the session bus that KWin serves. Not thread-safe: the
+// backend holds its own lock around every use.
+class Bus {
+public:
+    // Connects to $DBUS_SESSION_BUS_ADDRESS and checks that org.kde.KWin
+    // answers there; nothing, with a one-line reason, otherwise.
+    static std::unique_ptr<Bus> open(std::string& why);
+    ~Bus();
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+
+    const ReplyAddress& replyAddress() const;
+
+    // Loads `source` as a script under a name of its own, runs it, waits until
+    // it calls back with `token` (at most `timeout`), and unloads it. The
+    // payload it sent; nothing, with the reason in `why`, when loading,
+    // running or the answer failed.
+    std::optional<std::string> runScript(const std::string& source, const std::string& token,
+                                         std::chrono::milliseconds timeout, std::string& why);
+
+    // A fresh token for the next script: stale answers never match it.
+    std::string nextToken();
+
+private:
+    struct State;
+    explicit Bus(std::unique_ptr<State> state);
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace tarnwick::KWin

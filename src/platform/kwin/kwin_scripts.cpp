@@ -1,0 +1,186 @@
+// The KWin scripts: JavaScript text built here, and the listing read with simdjson.
+#include "platform/kwin/kwin_scripts.h"
+
+#include <simdjson.h>
+
+#include <cmath>
+#include <cstdio>
+
+namespace tarnwick::KWin {
+
+namespace {
+
+// A JavaScript string literal (JSON's form is valid JavaScript).
+std::string quoted(const std::string& text) {
+    std::string out = "\"";
+    for (char raw : text) {
+        auto c = static_cast<unsigned char>(raw);
+        if (c == '"' || c == '\\') {
+            out.push_back('\\');
+            out.push_back(raw);
+        } else if (c < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+            out += escaped;
+        } else {
+            out.push_back(raw);
+        }
+    }
+    return out + "\"";
+}
+
+std::string number(double value) {
+    if (!std::isfinite(value)) value = 0;
+    char text[32];
+    std::snprintf(text, sizeof text, "%.17g", value);
+    return text;
+}
+
+// The call that hands `payload` (a JavaScript expression) back to us.
+std::string answer(const ReplyAddress& to, const std::string& token, const std::string& payload) {
+    return "callDBus(" + quoted(to.service) + ", " + quoted(to.path) + ", " + quoted(to.interface) + ", " +
+           quoted(to.method) + ", " + quoted(token) + ", " + payload + ");\n";
+}
+
+// HACK: Plasma 6 renamed workspace.clientList() to windowList() and
+// activeClient to activeWindow; the rest of what we use is the same.
+constexpr const char* prelude =
+    "var tw_list = typeof workspace.windowList === \"function\" ? workspace.windowList() : workspace.clientList();\n"
+    "var tw_active = workspace.activeWindow !== undefined ? workspace.activeWindow : workspace.activeClient;\n";
+
+}  // namespace
+
+std::string listingScript(const ReplyAddress& to, const std::string& token) {
+    // HACK: a KWin 5.27 script cannot read whether a window is maximized;
+    // KWin's own getWindowInfo on D-Bus can. The script asks it for every
+    // window (a call within KWin, no round trip of ours) and answers once
+    // all have answered.
+    return std::string("(function () {\n") + prelude +
+           "var out = {windows: [], active: tw_active ? String(tw_active.internalId) : null};\n"
+           "var left = tw_list.length;\n"
+           "function done() {\n  " +
+           answer(to, token, "JSON.stringify(out)") +
+           "}\n"
+           "if (left === 0) { done(); return; }\n"
+           "tw_list.forEach(function (c) {\n"
+           "  var g = c.frameGeometry;\n"
+           "  var w = {id: String(c.internalId), pid: c.pid || 0,\n"
+           "           x11: typeof c.windowId === \"number\" ? c.windowId : 0,\n"
+           "           caption: String(c.caption || \"\"), resourceClass: String(c.resourceClass || \"\"),\n"
+           "           resourceName: String(c.resourceName || \"\"), desktopFile: String(c.desktopFileName || \"\"),\n"
+           "           x: g.x, y: g.y, width: g.width, height: g.height,\n"
+           "           minimized: !!c.minimized, fullScreen: !!c.fullScreen,\n"
+           "           desktop: typeof c.desktop === \"number\" ? c.desktop : null,\n"
+           "           output: typeof c.screen === \"number\" ? c.screen : 0,\n"
+           "           normal: !!c.normalWindow, dialog: !!c.dialog, transient: !!c.transient,\n"
+           "           desktopPart: !!(c.desktopWindow || c.dock),\n"
+           "           maximizedHorizontally: false, maximizedVertically: false};\n"
+           "  out.windows.push(w);\n"
+           "  callDBus(\"org.kde.KWin\", \"/KWin\", \"org.kde.KWin\", \"getWindowInfo\", w.id, function (info) {\n"
+           "    if (info) {\n"
+           "      w.maximizedHorizontally = !!info.maximizeHorizontal;\n"
+           "      w.maximizedVertically = !!info.maximizeVertical;\n"
+           "    }\n"
+           "    if (--left === 0) done();\n"
+           "  });\n"
+           "});\n"
+           "})();\n";
+}
+
+std::optional<Listing> parseListing(const std::string& payload) {
+    simdjson::dom::parser parser;
+    simdjson::dom::element root;
+    if (parser.parse(payload).get(root)) return std::nullopt;
+    Listing listing;
+    std::string_view active;
+    if (!root["active"].get(active)) listing.active = std::string(active);
+    simdjson::dom::array windows;
+    if (root["windows"].get(windows)) return std::nullopt;
+    for (simdjson::dom::element item : windows) {
+        WindowFacts w;
+        std::string_view text;
+        if (item["id"].get(text)) return std::nullopt;
+        w.id = std::string(text);
+        auto textOf = [&](const char* key, std::string& into) {
+            std::string_view value;
+            if (!item[key].get(value)) into = std::string(value);
+        };
+        auto numberOf = [&](const char* key) -> std::optional<double> {
+            double value = 0;
+            if (!item[key].get(value)) return value;
+            return std::nullopt;
+        };
+        auto flag = [&](const char* key) {
+            bool value = false;
+            return !item[key].get(value) && value;
+        };
+        textOf("caption", w.caption);
+        textOf("resourceClass", w.resourceClass);
+        textOf("resourceName", w.resourceName);
+        textOf("desktopFile", w.desktopFile);
+        w.pid = static_cast<std::int32_t>(numberOf("pid").value_or(0));
+        w.x11Window = static_cast<std::uint32_t>(numberOf("x11").value_or(0));
+        auto x = numberOf("x"), y = numberOf("y"), width = numberOf("width"), height = numberOf("height");
+        if (!x || !y || !width || !height) return std::nullopt;
+        w.x = *x;
+        w.y = *y;
+        w.width = *width;
+        w.height = *height;
+        w.minimized = flag("minimized");
+        w.fullScreen = flag("fullScreen");
+        w.maximizedHorizontally = flag("maximizedHorizontally");
+        w.maximizedVertically = flag("maximizedVertically");
+        if (auto desktop = numberOf("desktop")) w.desktop = static_cast<std::int64_t>(*desktop);
+        w.output = static_cast<std::int64_t>(numberOf("output").value_or(0));
+        w.normal = flag("normal");
+        w.dialog = flag("dialog");
+        w.transient = flag("transient");
+        w.desktopPart = flag("desktopPart");
+        listing.windows.push_back(std::move(w));
+    }
+    return listing;
+}
+
+std::string changeScript(const std::vector<Change>& changes, const ReplyAddress& to, const std::string& token) {
+    std::string script = std::string("(function () {\n") + prelude +
+                         "var byId = {};\n"
+                         "tw_list.forEach(function (c) { byId[String(c.internalId)] = c; });\n"
+                         "var c, g;\n";
+    for (const Change& change : changes) {
+        script += "c = byId[" + quoted(change.id) + "];\nif (c) {\n";
+        switch (change.kind) {
+            case Change::Kind::desktop: script += "  c.desktop = " + std::to_string(change.desktop) + ";\n"; break;
+            case Change::Kind::frame: {
+                auto part = [](const std::optional<double>& value, const char* current) {
+                    return value ? number(*value) : std::string("g.") + current;
+                };
+                script += "  if (!c.fullScreen) {\n    g = c.frameGeometry;\n    c.frameGeometry = {x: " +
+                          part(change.x, "x") + ", y: " + part(change.y, "y") + ", width: " +
+                          part(change.width, "width") + ", height: " + part(change.height, "height") + "};\n  }\n";
+                break;
+            }
+            case Change::Kind::maximize:
+                script += std::string("  c.setMaximize(") + (change.vertically ? "true" : "false") + ", " +
+                          (change.horizontally ? "true" : "false") + ");\n";
+                break;
+            case Change::Kind::minimized:
+                script += std::string("  c.minimized = ") + (change.on ? "true" : "false") + ";\n";
+                break;
+            case Change::Kind::fullScreen:
+                script += std::string("  c.fullScreen = ") + (change.on ? "true" : "false") + ";\n";
+                break;
+            case Change::Kind::activate:
+                script += "  if (workspace.activeWindow !== undefined) workspace.activeWindow = c;\n"
+                          "  else workspace.activeClient = c;\n";
+                break;
+        }
+        script += "}\n";
+    }
+    return script + answer(to, token, "\"done\"") + "})();\n";
+}
+
+std::string answerOnlyScript(const ReplyAddress& to, const std::string& token) {
+    return answer(to, token, "\"done\"");
+}
+
+}  // namespace tarnwick::KWin

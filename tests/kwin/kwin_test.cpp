@@ -1,0 +1,189 @@
+// The KWin backend against a real headless KWin: Wayland-native programs
+// (weston-terminal, a GTK program) and XWayland ones (xterm, xlogo), captured
+// and placed back, checked against what KWin itself reports.
+#include "access/axo.h"
+#include "platform/kwin/kwin_platform.h"
+#include "session/capture.h"
+#include "session/restore.h"
+#include "support/kwin_session.h"
+#include "support/virtual_display.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <map>
+
+namespace tarnwick {
+namespace {
+
+using testing::KWinSession;
+using testing::KWinWindow;
+using testing::eventually;
+
+// The titles the four programs give their first window.
+const char* const westonTitle = "Wayland Terminal";
+const char* const gtkTitle = "Application Class";
+const char* const xtermTitle = "xterm";
+const char* const xlogoTitle = "xlogo";
+
+class KWinTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        session_ = std::make_unique<KWinSession>();
+        if (!session_->running()) GTEST_SKIP() << "no headless KWin here: " << session_->whyNot();
+        session_->start("weston-terminal", {});
+        session_->start("gtk3-demo", {}, {"GDK_BACKEND=wayland"});
+        session_->start("xterm", {});
+        session_->start("xlogo", {});
+        ASSERT_TRUE(eventually([&] { return session_->windows().size() == 4; }, 20.0))
+            << "the four programs did not all show a window";
+        std::string why;
+        backend_ = openKWinPlatform(why);
+        ASSERT_TRUE(backend_) << why;
+        installPlatform(backend_.get());
+    }
+
+    void TearDown() override {
+        installPlatform(nullptr);
+        backend_.reset();
+        session_.reset();
+    }
+
+    std::map<std::string, KWinWindow> byTitle() {
+        std::map<std::string, KWinWindow> windows;
+        for (KWinWindow& window : session_->windows()) windows[window.caption] = window;
+        return windows;
+    }
+
+    // The captured window of this title, with the app it belongs to.
+    static const WindowState* captured(const Snapshot& snapshot, const std::string& title) {
+        for (const AppState& app : snapshot.apps)
+            for (const WindowState& window : app.windows)
+                if (window.title == title) return &window;
+        return nullptr;
+    }
+
+    std::unique_ptr<KWinSession> session_;
+    std::unique_ptr<Platform> backend_;
+};
+
+// A KWin script's body for the window of this title.
+std::string forWindow(const std::string& title, const std::string& body) {
+    return "var l = workspace.clientList();\nfor (var i = 0; i < l.length; ++i) if (l[i].caption == \"" + title +
+           "\") { var c = l[i]; " + body + " }\n";
+}
+
+TEST_F(KWinTest, CaptureListsEveryWindowAsKWinReportsIt) {
+    session_->script(forWindow(xtermTitle, "c.desktop = 2;") + forWindow(gtkTitle, "c.setMaximize(true, true);") +
+                     forWindow(xlogoTitle, "c.minimized = true;"));
+    std::map<std::string, KWinWindow> reported;
+    ASSERT_TRUE(eventually([&] {
+        reported = byTitle();
+        return reported[gtkTitle].maximizedHorizontally && reported[xlogoTitle].minimized;
+    }));
+    auto started = std::chrono::steady_clock::now();
+    Snapshot snapshot = Capture::snapshot("test");
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    EXPECT_LT(seconds, 1.0);
+
+    ASSERT_EQ(reported.size(), 4u);
+    for (const auto& [title, window] : reported) {
+        const WindowState* saved = captured(snapshot, title);
+        ASSERT_NE(saved, nullptr) << title << " was not captured";
+        ASSERT_TRUE(saved->frame) << title;
+        EXPECT_EQ(saved->frame->x, window.x) << title;
+        EXPECT_EQ(saved->frame->y, window.y) << title;
+        EXPECT_EQ(saved->frame->w, window.width) << title;
+        EXPECT_EQ(saved->frame->h, window.height) << title;
+        EXPECT_EQ(saved->minimized, window.minimized) << title;
+        EXPECT_EQ(saved->fullScreen, window.fullScreen) << title;
+        EXPECT_EQ(saved->maximizedHorizontally, window.maximizedHorizontally) << title;
+        EXPECT_EQ(saved->maximizedVertically, window.maximizedVertically) << title;
+        EXPECT_EQ(saved->workspace, window.desktop - 1) << title;
+    }
+    EXPECT_EQ(captured(snapshot, xtermTitle)->workspace, 1);
+    EXPECT_EQ(captured(snapshot, gtkTitle)->maximizedVertically, true);
+    EXPECT_EQ(captured(snapshot, xlogoTitle)->minimized, true);
+    // Wayland-native windows are named by their app id's desktop entry.
+    bool gtkNamed = false;
+    for (const AppState& app : snapshot.apps)
+        if (app.bundleID == "gtk3-demo.desktop") gtkNamed = !app.windows.empty();
+    EXPECT_TRUE(gtkNamed);
+}
+
+TEST_F(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
+    // The session to keep: frames of their own, one window on desktop 2, one
+    // maximized, one minimized.
+    session_->script(forWindow(westonTitle, "c.frameGeometry = {x: 40, y: 30, width: 600, height: 400};") +
+                     forWindow(xtermTitle, "c.frameGeometry = {x: 700, y: 300, width: 500, height: 350}; "
+                                           "c.desktop = 2;") +
+                     forWindow(gtkTitle, "c.setMaximize(true, true);") +
+                     forWindow(xlogoTitle, "c.frameGeometry = {x: 900, y: 50, width: 200, height: 150}; "
+                                           "c.minimized = true;"));
+    ASSERT_TRUE(eventually([&] {
+        auto now = byTitle();
+        return now[gtkTitle].maximizedVertically && now[xlogoTitle].minimized && now[westonTitle].x == 40;
+    }));
+    std::map<std::string, KWinWindow> kept = byTitle();
+    Snapshot snapshot = Capture::snapshot("test");
+    for (const auto& [title, window] : kept) ASSERT_NE(captured(snapshot, title), nullptr) << title;
+
+    // A user moves everything around.
+    session_->script(forWindow(westonTitle, "c.setMaximize(true, true);") +
+                     forWindow(xtermTitle, "c.desktop = 3; c.frameGeometry = {x: 10, y: 10, width: 300, height: 200};") +
+                     forWindow(gtkTitle, "c.setMaximize(false, false); c.frameGeometry = {x: 300, y: 200, width: 500, "
+                                         "height: 400}; c.desktop = 4;") +
+                     forWindow(xlogoTitle, "c.minimized = false; c.frameGeometry = {x: 0, y: 0, width: 120, "
+                                           "height: 120};"));
+    ASSERT_TRUE(eventually([&] {
+        auto now = byTitle();
+        return now[westonTitle].maximizedHorizontally && !now[xlogoTitle].minimized && now[xtermTitle].desktop == 3;
+    }));
+
+    auto started = std::chrono::steady_clock::now();
+    Restore::Result result = Restore::run(snapshot, nullptr);
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    EXPECT_LT(seconds, 5.0);
+    EXPECT_EQ(result.windows, 4);
+    EXPECT_TRUE(result.problems.empty()) << result.problems.front();
+
+    std::map<std::string, KWinWindow> now;
+    auto matches = [&] {
+        now = byTitle();
+        for (const auto& [title, before] : kept) {
+            const KWinWindow& after = now[title];
+            bool close = std::abs(after.x - before.x) <= 2 && std::abs(after.y - before.y) <= 2 &&
+                         std::abs(after.width - before.width) <= 2 && std::abs(after.height - before.height) <= 2;
+            if (!close || after.minimized != before.minimized || after.desktop != before.desktop ||
+                after.maximizedHorizontally != before.maximizedHorizontally ||
+                after.maximizedVertically != before.maximizedVertically || after.fullScreen != before.fullScreen)
+                return false;
+        }
+        return true;
+    };
+    bool back = eventually(matches, 3.0);
+    for (const auto& [title, before] : kept) {
+        const KWinWindow& after = now[title];
+        EXPECT_NEAR(after.x, before.x, 2) << title;
+        EXPECT_NEAR(after.y, before.y, 2) << title;
+        EXPECT_NEAR(after.width, before.width, 2) << title;
+        EXPECT_NEAR(after.height, before.height, 2) << title;
+        EXPECT_EQ(after.minimized, before.minimized) << title;
+        EXPECT_EQ(after.desktop, before.desktop) << title;
+        EXPECT_EQ(after.maximizedHorizontally, before.maximizedHorizontally) << title;
+        EXPECT_EQ(after.maximizedVertically, before.maximizedVertically) << title;
+    }
+    EXPECT_TRUE(back);
+}
+
+// The attribute names the backend answers are the ones the window logic asks.
+TEST(KWinNamesTest, WindowManagerAttributesAreTheSeamsNames) {
+    EXPECT_STREQ(AXO::workspaceAttribute, "TWWorkspace");
+    EXPECT_STREQ(AXO::maximizedHorizontallyAttribute, "TWMaximizedHorizontally");
+    EXPECT_STREQ(AXO::maximizedVerticallyAttribute, "TWMaximizedVertically");
+    EXPECT_STREQ(AXO::maximizedAttribute, "TWMaximized");
+}
+
+}  // namespace
+}  // namespace tarnwick

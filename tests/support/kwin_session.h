@@ -1,0 +1,79 @@
+// A real KDE Plasma Wayland desktop for end-to-end tests: a headless KWin with
+// XWayland on a private socket and a private D-Bus session bus, and a probe
+// that asks KWin what it shows through KWin's own interfaces, none of Tarnwick's code.
+#pragma once
+
+#include "scripting/child_process.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnwick::testing {
+
+// A window as KWin reports it: getWindowInfo on D-Bus, and a script's listing
+// for what that leaves out (pid, desktop number).
+struct KWinWindow {
+    std::string id;
+    std::string caption;
+    std::string resourceClass;
+    std::int32_t pid = 0;
+    std::int64_t desktop = 0;  // counted from 1, -1 on all
+    double x = 0, y = 0, width = 0, height = 0;
+    bool minimized = false;
+    bool fullScreen = false;
+    bool maximizedHorizontally = false;
+    bool maximizedVertically = false;
+};
+
+// While the object lives, WAYLAND_DISPLAY, DISPLAY (XWayland),
+// DBUS_SESSION_BUS_ADDRESS and XDG_RUNTIME_DIR name its desktop; everything
+// it started is ended with it, also when a test fails.
+class KWinSession {
+public:
+    // `outputs` virtual screens of width x height, and `desktops` virtual desktops.
+    explicit KWinSession(int outputs = 1, int desktops = 4, int width = 1280, int height = 800);
+    ~KWinSession();
+    KWinSession(const KWinSession&) = delete;
+    KWinSession& operator=(const KWinSession&) = delete;
+
+    // Whether KWin runs; when not, why (one line), for the test to skip.
+    bool running() const { return whyNot_.empty(); }
+    const std::string& whyNot() const { return whyNot_; }
+
+    const std::string& waylandDisplay() const { return wayland_; }
+    const std::string& x11Display() const { return x11_; }
+    const std::string& busAddress() const { return bus_; }
+
+    // Starts a program found in PATH on this desktop, with extra environment
+    // variables ("GDK_BACKEND=wayland"); its pid.
+    pid_t start(const std::string& program, const std::vector<std::string>& arguments,
+                const std::vector<std::string>& environment = {});
+    // Ends a program started here (its process group) and reaps it.
+    void quit(pid_t pid);
+
+    // Every window KWin manages, in its order.
+    std::vector<KWinWindow> windows();
+    // Runs a KWin script (JavaScript) and returns once it has run.
+    void script(const std::string& source);
+
+private:
+    std::optional<std::string> call(const std::vector<std::string>& arguments);
+    std::optional<KWinWindow> info(const std::string& id);
+
+    std::unique_ptr<class TempDir> folder_;
+    std::string whyNot_;
+    std::string wayland_, x11_, bus_;
+    std::map<std::string, std::optional<std::string>> previous_;
+    std::optional<ChildProcess> daemon_;
+    std::optional<ChildProcess> kwin_;
+    std::list<ChildProcess> programs_;
+    int scripts_ = 0;
+};
+
+}  // namespace tarnwick::testing
