@@ -162,6 +162,8 @@ std::unique_ptr<Bus> Bus::open(std::string& why) {
     return std::unique_ptr<Bus>(new Bus(std::move(state)));
 }
 
+bool Bus::lost() const { return sd_bus_is_open(state_->bus.get()) <= 0; }
+
 std::string Bus::nextToken() {
     state_->counter += 1;
     return std::to_string(::getpid()) + "-" + std::to_string(state_->counter);

@@ -40,6 +40,9 @@ public:
     std::optional<std::string> runScript(const std::string& source, const std::string& token,
                                          std::chrono::milliseconds timeout, std::string& why);
 
+    // Whether the connection to the session bus has closed.
+    bool lost() const;
+
     // A fresh token for the next script: stale answers never match it.
     std::string nextToken();
 

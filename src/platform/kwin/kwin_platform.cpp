@@ -323,7 +323,8 @@ public:
     }
 
     std::optional<std::string> applicationPath(const std::string& bundleID) override {
-        for (const DesktopEntries::Entry& entry : entries())
+        auto installed = entries();
+        for (const DesktopEntries::Entry& entry : *installed)
             if (entry.id == bundleID) return entry.file.string();
         return std::nullopt;
     }
@@ -374,6 +375,11 @@ public:
     bool separateInstances() override { return true; }
     // Nothing here checks a program before it runs; a snapshot may come from anywhere.
     bool opensRecordedApplications() override { return false; }
+    // The session bus closed under us: KWin's session is over.
+    bool desktopLost() override {
+        std::lock_guard<std::mutex> hold(lock_);
+        return bus_->lost();
+    }
 
     bool openNewWindow(const App& app, ErrorSink onError) override {
         Identity identity = identify(pidOf(app));
@@ -535,13 +541,14 @@ private:
                     if (window.pid == pid) owned.push_back(window.facts);
         }
         identity.windows = owned.size();
+        auto installed = entries();
         for (const KWin::WindowFacts& facts : owned) {
             if (facts.desktopPart) identity.desktopParts += 1;
             if (identity.resourceClass.empty()) identity.resourceClass = facts.resourceClass;
             // A Wayland window's app id is its desktop file's name, as a GTK
             // program's application id is on X11.
-            if (auto entry = DesktopEntries::match(entries(), {facts.resourceName, facts.resourceClass,
-                                                               facts.desktopFile})) {
+            if (auto entry = DesktopEntries::match(*installed, {facts.resourceName, facts.resourceClass,
+                                                                facts.desktopFile})) {
                 identity.entry = std::move(entry);
                 break;
             }
@@ -556,11 +563,9 @@ private:
         return Process::workingDirectory(pid);
     }
 
-    // Read once: the installed applications do not change during a capture or a restore.
-    const std::vector<DesktopEntries::Entry>& entries() {
-        std::call_once(entriesRead_, [this] { entries_ = DesktopEntries::all(DesktopEntries::applicationFolders()); });
-        return entries_;
-    }
+    // Read again whenever an application folder changed, so that a long-running
+    // tray knows programs installed or removed since it started.
+    std::shared_ptr<const std::vector<DesktopEntries::Entry>> entries() { return entries_.current(); }
 
     std::mutex lock_;
     std::unique_ptr<KWin::Bus> bus_;
@@ -575,8 +580,7 @@ private:
     std::condition_variable wake_;
     bool stopping_ = false;
     std::thread flusher_;
-    std::once_flag entriesRead_;
-    std::vector<DesktopEntries::Entry> entries_;
+    DesktopEntries::Catalog entries_;
 };
 
 }  // namespace
