@@ -823,14 +823,31 @@ namespace tarnwick::testing {
 namespace {
 
 TEST_F(DesktopTest, ARestoreWhoseDisplayGoesAwayStopsAtOnceSayingSo) {
-    // Programs that show their window two seconds after they start; without
-    // a display they end at once, so none of them outlives the test for long.
+    // Programs that show their window two seconds after they start. The
+    // restore starts them on their own, so they are not our children: each
+    // carries the test's folder in its command line, and whatever still runs
+    // of them at the end is ended here, before a later test's display can
+    // take this one's number and show their windows.
+    const std::string marker = dir.path().string();
+    struct EndStragglers {
+        std::string marker;
+        ~EndStragglers() {
+            std::error_code error;
+            for (auto it = std::filesystem::directory_iterator("/proc", error);
+                 !error && it != std::filesystem::directory_iterator(); it.increment(error)) {
+                std::string pid = it->path().filename().string();
+                if (pid.find_first_not_of("0123456789") != std::string::npos) continue;
+                if (readText(it->path() / "cmdline").find(marker) != std::string::npos)
+                    ::kill(std::stoi(pid), SIGKILL);
+            }
+        }
+    } endStragglers{marker};
     Snapshot snapshot;
     for (const char* id : {"slow-one", "slow-two", "slow-three"}) {
         AppState app;
         app.name = id;
         app.bundleID = std::string(id) + ".desktop";
-        app.bundlePath = entry(id, id, "sh -c \"sleep 2; exec xlogo\"").string();
+        app.bundlePath = entry(id, id, "sh -c \"sleep 2; exec xlogo\" " + marker).string();
         WindowState window;
         window.frame = Frame{200, 200, 300, 200};
         app.windows = {window};
