@@ -310,4 +310,19 @@ std::optional<Entry> match(const std::vector<Entry>& entries, const WindowIdenti
     return std::nullopt;
 }
 
+std::optional<std::vector<std::string>> installedArguments(const std::vector<Entry>& installed,
+                                                           const std::filesystem::path& path, std::string& why) {
+    auto found = std::find_if(installed.begin(), installed.end(), [&](const Entry& entry) { return entry.file == path; });
+    if (found == installed.end()) {
+        why = "not a desktop entry of the application folders";
+        return std::nullopt;
+    }
+    auto words = arguments(*found);
+    if (!words || words->empty()) {
+        why = "not a desktop entry that can be started";
+        return std::nullopt;
+    }
+    return words;
+}
+
 }  // namespace tarnwick::DesktopEntries

@@ -77,6 +77,12 @@ private:
 // "%k" the file); nothing when the quoting is broken.
 std::optional<std::vector<std::string>> arguments(const Entry& entry);
 
+// The command line of the installed entry whose file is at `path`: only an
+// entry the application folders hold starts, never a file named from elsewhere.
+// Nothing, with the reason in `why`, otherwise.
+std::optional<std::vector<std::string>> installedArguments(const std::vector<Entry>& installed,
+                                                           const std::filesystem::path& path, std::string& why);
+
 // The command line of the entry's "new-window" action, expanded as
 // `arguments` expands the entry's own; nothing when it has none or it does not parse.
 std::optional<std::vector<std::string>> newWindowArguments(const Entry& entry);

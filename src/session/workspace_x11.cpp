@@ -154,10 +154,10 @@ public:
             command = *request.commandLine;
         } else if (endsWith(request.path, ".desktop")) {
             // A desktop entry starts what the user's launcher would start.
-            auto entry = DesktopEntries::read(request.path, std::filesystem::path(request.path).filename().string());
-            auto words = entry ? DesktopEntries::arguments(*entry) : std::nullopt;
-            if (!words || words->empty()) {
-                if (onError) onError("not a desktop entry that can be started");
+            std::string why;
+            auto words = DesktopEntries::installedArguments(*entries_.current(), request.path, why);
+            if (!words) {
+                if (onError) onError(why);
                 return std::nullopt;
             }
             command = std::move(*words);

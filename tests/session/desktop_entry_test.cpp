@@ -269,5 +269,20 @@ TEST_F(DesktopEntryTest, TheCatalogIsReadAgainWhenAFolderOrAFolderInItChanges) {
     EXPECT_THAT(ids(*catalog.current()), ::testing::IsEmpty());
 }
 
+TEST_F(DesktopEntryTest, OnlyAnEntryOfTheApplicationFoldersIsStartedByItsPath) {
+    ScopedVariable dataHome("XDG_DATA_HOME", (dir.path() / "data").string());
+    ScopedVariable dataDirs("XDG_DATA_DIRS", (dir.path() / "none").string());
+    const std::string text = "[Desktop Entry]\nType=Application\nName=Logo\nExec=xlogo -fg red\n";
+    write(dir.path() / "data" / "applications", "xlogo.desktop", text);
+    write(dir.path() / "elsewhere", "xlogo.desktop", text);
+    auto installed = DesktopEntries::all(DesktopEntries::applicationFolders());
+    std::string why;
+    EXPECT_EQ(DesktopEntries::installedArguments(installed, dir.path() / "data" / "applications" / "xlogo.desktop", why),
+              (std::vector<std::string>{"xlogo", "-fg", "red"}));
+    EXPECT_EQ(DesktopEntries::installedArguments(installed, dir.path() / "elsewhere" / "xlogo.desktop", why),
+              std::nullopt);
+    EXPECT_EQ(why, "not a desktop entry of the application folders");
+}
+
 }  // namespace
 }  // namespace tarnwick::testing
