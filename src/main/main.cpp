@@ -12,7 +12,7 @@
 #include "app/application.h"
 #include "session/platform_mac.h"
 #else
-#include "session/platform_x11.h"
+#include "main/desktop.h"
 #endif
 
 int main(int argc, char** argv) {
@@ -35,11 +35,13 @@ int main(int argc, char** argv) {
     // The tray application is a program of its own, so that the one-shot
     // modes never load Qt and its libraries (most of their start-up time).
     if (choice.mode == tarnwick::Entry::Mode::application) return tarnwick::Entry::startTray(argv);
+    // The one place a backend is chosen: everything after this reaches the
+    // desktop through it.
     std::string why;
-    auto backend = tarnwick::openX11Platform("", why);
+    auto backend = tarnwick::Entry::openDesktop(tarnwick::Entry::Session::current(), why);
     if (!backend) {
         // Capturing without a desktop would write an empty session over nothing.
-        std::fprintf(stderr, "tarnwick: %s; capture and restore need an X11 desktop\n",
+        std::fprintf(stderr, "tarnwick: %s; capture and restore need an X11 desktop or KDE Plasma on Wayland\n",
                      tarnwick::printable(why).c_str());
         return 2;
     }

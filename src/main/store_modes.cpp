@@ -3,6 +3,9 @@
 #include "main/modes.h"
 
 #include "app/texts.h"
+#if !defined(__APPLE__)
+#include "main/desktop.h"
+#endif
 #include "model/iso_date.h"
 #include "model/printable.h"
 #include "model/snapshot_json.h"
@@ -33,6 +36,19 @@ std::string settingsText() {
     return config ? printable((*config / "Tarnwick" / "settings.ini").string()) : "(no home folder)";
 #endif
 }
+
+#if !defined(__APPLE__)
+// The backend this session gets, as the desktop modes would choose it (without
+// asking the compositor yet): "kwin (KDE Plasma on Wayland)", "x11 (DISPLAY :0)".
+std::string desktopText() {
+    Session session = Session::current();
+    std::string why;
+    auto found = candidates(session, why);
+    if (found.empty()) return "none: " + printable(why);
+    if (found.front() == Backend::kwin) return "kwin (KDE Plasma's KWin, on Wayland)";
+    return "x11 (the window manager on DISPLAY " + printable(session.display.value_or("")) + ")";
+}
+#endif
 
 // "Sun 22 Nov 2026, 01:32" in the user's time zone.
 std::string localDate(Date date) {
@@ -121,6 +137,9 @@ int helpMode(std::FILE* out) {
         "  snapshots  " + folderText(snapshotFolderLocation()) + "\n"
         "  log        " + folderText(logFileLocation()) + "\n"
         "  settings   " + settingsText() + "\n"
+#if !defined(__APPLE__)
+        "  desktop    " + desktopText() + "\n"
+#endif
         "\n"
         "Exit status: 0 when the mode ran (a restore also when some things could not be\n"
         "put back: it prints a \"problem:\" line for each); 1 when the store has no such\n"

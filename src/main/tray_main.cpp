@@ -4,7 +4,7 @@
 #include "app/instance_lock.h"
 #include "model/printable.h"
 #include "platform/platform.h"
-#include "session/platform_x11.h"
+#include "main/desktop.h"
 #include "store/log.h"
 
 #include <csignal>
@@ -29,9 +29,9 @@ int main(int argc, char** argv) {
         tarnwick::log("tray: no lock against a second start: " + tarnwick::printable(lock->reason()));
 
     std::string why;
-    auto backend = tarnwick::openX11Platform("", why);
+    auto backend = tarnwick::Entry::openDesktop(tarnwick::Entry::Session::current(), why);
     if (!backend) {
-        std::fprintf(stderr, "tarnwick: %s; the tray application needs an X11 desktop\n",
+        std::fprintf(stderr, "tarnwick: %s; the tray application needs an X11 desktop or KDE Plasma on Wayland\n",
                      tarnwick::printable(why).c_str());
         return 2;
     }

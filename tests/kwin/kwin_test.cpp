@@ -2,7 +2,9 @@
 // (weston-terminal, a GTK program) and XWayland ones (xterm, xlogo), captured
 // and placed back, checked against what KWin itself reports.
 #include "access/axo.h"
+#include "model/snapshot_json.h"
 #include "platform/kwin/kwin_platform.h"
+#include "scripting/child_process.h"
 #include "session/capture.h"
 #include "session/restore.h"
 #include "support/kwin_session.h"
@@ -11,8 +13,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <cmath>
 #include <map>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace tarnwick {
 namespace {
@@ -178,6 +183,26 @@ TEST_F(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
 }
 
 // The attribute names the backend answers are the ones the window logic asks.
+// The program itself, as a Plasma user runs it: it finds KWin on its own and
+// sees the Wayland windows as well as the XWayland ones.
+TEST_F(KWinTest, TheProgramChoosesKWinAndCapturesEveryWindow) {
+    int error = 0;
+    auto child = ChildProcess::start(TARNWICK_PATH, {"--capture"}, ChildProcess::Input::inherit,
+                                     ChildProcess::ErrorOutput::pipe, error);
+    ASSERT_TRUE(child) << std::strerror(error);
+    std::string out, err;
+    char buffer[65536];
+    for (ssize_t n; (n = ::read(child->output().get(), buffer, sizeof buffer)) > 0;) out.append(buffer, size_t(n));
+    for (ssize_t n; (n = ::read(child->errorOutput().get(), buffer, sizeof buffer)) > 0;) err.append(buffer, size_t(n));
+    int status = child->wait();
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << err;
+    EXPECT_EQ(err, "4 apps \u00B7 4 windows; window manager: KWin (Wayland)\n");
+    auto snapshot = decodeSnapshot(out);
+    ASSERT_TRUE(snapshot);
+    for (const char* title : {westonTitle, gtkTitle, xtermTitle, xlogoTitle})
+        EXPECT_NE(captured(*snapshot, title), nullptr) << title;
+}
+
 TEST(KWinNamesTest, WindowManagerAttributesAreTheSeamsNames) {
     EXPECT_STREQ(AXO::workspaceAttribute, "TWWorkspace");
     EXPECT_STREQ(AXO::maximizedHorizontallyAttribute, "TWMaximizedHorizontally");

@@ -308,15 +308,19 @@ TEST_F(CliTest, TheProductWithoutAnXDisplaySaysSoInOneLineAndDoesNotCapture) {
         const char* line;
     };
     const Case cases[] = {
-        {"DISPLAY=", "tarnwick: no X display: DISPLAY is not set; capture and restore need an X11 desktop\n"},
-        {"DISPLAY=:987", "tarnwick: cannot open the X display :987; capture and restore need an X11 desktop\n"},
+        {"DISPLAY=", "tarnwick: no desktop: neither a Wayland session nor an X11 display (DISPLAY is not set); "
+                     "capture and restore need an X11 desktop or KDE Plasma on Wayland\n"},
+        {"DISPLAY=:987", "tarnwick: cannot open the X display :987; capture and restore need an X11 desktop or KDE "
+                         "Plasma on Wayland\n"},
     };
     // A snapshot that reads well: what is missing then is the display.
     std::string snapshot = file("x.json", encodeSnapshot(Snapshot{}).value());
     const std::vector<std::vector<std::string>> modes{{"--capture"}, {"--restore", snapshot}, {"--save"}, {"--diff", snapshot}};
     for (const Case& c : cases)
         for (const auto& mode : modes) {
-            Finished finished = run(TARNWICK_PATH, mode, {"HOME=" + dir.path().string(), c.display});
+            Finished finished = run(TARNWICK_PATH, mode,
+                                    {"HOME=" + dir.path().string(), c.display, "WAYLAND_DISPLAY=", "XDG_SESSION_TYPE=",
+                                     "TARNWICK_BACKEND="});
             EXPECT_TRUE(finished.exitedWith(2)) << mode[0] << " " << c.display;
             EXPECT_EQ(finished.out, "");
             EXPECT_EQ(finished.err, c.line);

@@ -11,8 +11,9 @@ fail() { echo "install layout: $*" >&2; exit 1; }
 [ -x "$prefix/libexec/tarnwick/tarnwick-tray" ] || fail "no libexec/tarnwick/tarnwick-tray"
 # Without a mode the installed program becomes the installed tray program,
 # which is the one to say that it needs a display.
-said=$(env -u DISPLAY "$prefix/bin/tarnwick" 2>&1) && fail "started without a display"
-[ "$said" = "tarnwick: no X display: DISPLAY is not set; the tray application needs an X11 desktop" ] ||
+said=$(env -u DISPLAY -u WAYLAND_DISPLAY -u XDG_SESSION_TYPE -u TARNWICK_BACKEND "$prefix/bin/tarnwick" 2>&1) &&
+    fail "started without a display"
+[ "$said" = "tarnwick: no desktop: neither a Wayland session nor an X11 display (DISPLAY is not set); the tray application needs an X11 desktop or KDE Plasma on Wayland" ] ||
     fail "bin/tarnwick did not hand over to the tray program: $said"
 entry="$prefix/share/applications/com.tarnwick.Tarnwick.desktop"
 [ -f "$entry" ] || fail "no desktop entry"

@@ -393,7 +393,8 @@ public:
         return true;
     }
 
-    std::optional<std::string> windowManagerName() override { return std::string("KWin"); }
+    // Where a capture says it saw the windows: the compositor, and that it is Wayland.
+    std::optional<std::string> windowManagerName() override { return std::string("KWin (Wayland)"); }
 
     // Windows here carry no document, so a restore never has any to reopen.
     void openDocuments(const std::vector<std::string>&, const std::string&, double, ErrorSink onError) override {
