@@ -16,50 +16,76 @@ constexpr double launchAnswerTimeout = 30.0;
 constexpr double finishLaunchingTimeout = 20.0;
 constexpr double finishLaunchingPoll = 0.25;
 
+// A file the snapshot names that could be run: not a desktop entry, which is
+// found by its identifier only (one named by path could be any file).
+bool namesAProgram(const AppState& app) {
+    return !app.bundleID && !app.bundlePath.empty() && !app.bundlePath.ends_with(".desktop") &&
+           platform().fileExists(app.bundlePath);
+}
+
 // What the snapshot itself says to run for the app, which only a trusted
-// snapshot may start: its command line, or an executable file it names.
-std::optional<std::string> trustNeeded(const AppState& app) {
-    if (app.commandLine && !app.commandLine->empty()) return "the command line " + shellCommand(*app.commandLine);
-    if (!app.bundleID && !app.bundlePath.empty() && !app.bundlePath.ends_with(".desktop") &&
-        platform().fileExists(app.bundlePath))
-        return "the program " + shellCommand({app.bundlePath});
-    return std::nullopt;
+// snapshot may have: its command line, or an executable file it names; and the
+// folder a terminal starts in, since what a folder holds (a repository's
+// settings, a shell's per-folder files) runs in it too.
+std::vector<std::string> trustNeeded(const AppState& app, bool runnable) {
+    std::vector<std::string> needed;
+    if (app.commandLine && !app.commandLine->empty())
+        needed.push_back("the command line " + shellCommand(*app.commandLine));
+    else if (runnable)
+        needed.push_back("the program " + shellCommand({app.bundlePath}));
+    if (app.workingDirectory) needed.push_back("the folder " + shellCommand({*app.workingDirectory}));
+    return needed;
 }
 
 // What a launch starts, where the system checks nothing of it.
 struct Start {
-    std::string path;                                        // a desktop entry or an executable
-    std::optional<std::vector<std::string>> commandLine;     // the words, in place of the entry's
+    std::string path;                                     // a desktop entry or an executable
+    std::optional<std::vector<std::string>> commandLine;  // the words, in place of the entry's
+    std::optional<std::string> folder;                    // where it starts
 };
 
 // Linux: a program is started through the desktop entry its identifier finds
 // in the application folders, never through an entry a file names by path;
 // what the snapshot itself says to run (a command line, an executable file)
-// only when the snapshot is this user's own. Nothing, with the problem line,
-// otherwise.
+// only when the snapshot is this user's own, and in the folder it names only
+// then. Nothing, with the problem line, otherwise. Each fact is looked at
+// once, so what is decided is what starts.
 std::optional<Start> checkedStart(const AppState& app, bool trusted, Result& result) {
-    auto needed = trustNeeded(app);
-    if (needed && !trusted) {
-        result.problems.push_back(app.name + ": not started: " + *needed +
+    auto refused = [&](const std::string& what) {
+        result.problems.push_back(app.name + ": not started: " + what +
                                   " comes from a snapshot that Tarnwick did not save here (trust the snapshot to "
                                   "allow it)");
         return std::nullopt;
+    };
+    Start start;
+    if (app.commandLine && !app.commandLine->empty()) {
+        if (!trusted) return refused("the command line " + shellCommand(*app.commandLine));
+        start = Start{app.bundleID ? platform().applicationPath(*app.bundleID).value_or(app.bundlePath)
+                                   : app.bundlePath,
+                      app.commandLine, std::nullopt};
+    } else if (app.bundleID) {
+        auto entry = platform().applicationPath(*app.bundleID);
+        if (!entry) {
+            result.problems.push_back(app.name + ": app not found");
+            return std::nullopt;
+        }
+        start.path = *entry;
+    } else {
+        if (!namesAProgram(app)) {
+            result.problems.push_back(app.name + ": app not found");
+            return std::nullopt;
+        }
+        if (!trusted) return refused("the program " + shellCommand({app.bundlePath}));
+        start.path = app.bundlePath;
     }
-    if (app.commandLine && !app.commandLine->empty())
-        return Start{app.bundleID ? platform().applicationPath(*app.bundleID).value_or(app.bundlePath)
-                                  : app.bundlePath,
-                     app.commandLine};
-    if (app.bundleID) {
-        if (auto entry = platform().applicationPath(*app.bundleID)) return Start{*entry, std::nullopt};
-        result.problems.push_back(app.name + ": app not found");
-        return std::nullopt;
-    }
-    // A desktop entry is found by its identifier only: one named by path could be any file.
-    if (app.bundlePath.empty() || app.bundlePath.ends_with(".desktop") || !platform().fileExists(app.bundlePath)) {
-        result.problems.push_back(app.name + ": app not found");
-        return std::nullopt;
-    }
-    return Start{app.bundlePath, std::nullopt};
+    if (app.workingDirectory && !trusted)
+        result.problems.push_back(app.name + ": started in the home folder, not in " +
+                                  shellCommand({*app.workingDirectory}) +
+                                  ", which comes from a snapshot that Tarnwick did not save here (trust the snapshot "
+                                  "to allow it)");
+    else
+        start.folder = app.workingDirectory;
+    return start;
 }
 
 }  // namespace
@@ -76,7 +102,8 @@ std::vector<std::string> startsNeedingTrust(const Snapshot& snapshot) {
     const auto own = platform().ownBundleIdentifier();
     for (const AppState& app : snapshot.apps)
         if (app.bundleID != own)
-            if (auto needed = trustNeeded(app)) starts.push_back(app.name + ": " + *needed);
+            for (const std::string& needed : trustNeeded(app, namesAProgram(app)))
+                starts.push_back(app.name + ": " + needed);
     return starts;
 }
 
@@ -113,6 +140,7 @@ std::optional<Running> ensureRunning(const AppState& app, Result& result, std::v
 
     std::optional<std::string> bundle;
     std::optional<std::vector<std::string>> commandLine = app.commandLine;
+    std::optional<std::string> folder = app.workingDirectory;
     if (desktop.opensRecordedApplications()) {
         bundle = appURL(app);
         if (!bundle) {
@@ -124,12 +152,13 @@ std::optional<Running> ensureRunning(const AppState& app, Result& result, std::v
         if (!start) return std::nullopt;
         bundle = std::move(start->path);
         commandLine = std::move(start->commandLine);
+        folder = std::move(start->folder);
     }
     // The sink may run after we stopped waiting, so it owns its copy of the name.
     std::string prefix = "launch " + lastPathComponent(*bundle) + ": ";
     ErrorSink onError = [prefix](const std::string& error) { log(printable(prefix + error)); };
-    auto launched = commandLine || app.workingDirectory
-                        ? desktop.launch(LaunchRequest{*bundle, commandLine, app.workingDirectory},
+    auto launched = commandLine || folder
+                        ? desktop.launch(LaunchRequest{*bundle, commandLine, folder},
                                          launchAnswerTimeout, onError)
                         : desktop.openApplication(*bundle, launchAnswerTimeout, onError);
     if (!launched) {

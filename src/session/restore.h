@@ -56,8 +56,8 @@ std::optional<Running> ensureRunning(const AppState& app, Result& result, std::v
                                      bool trusted = true);
 
 // What a restore of this snapshot would leave alone unless the user vouches
-// for it: "NAME: the command line …" or "NAME: the program …", one line per
-// app; empty for a trusted snapshot and where the system checks what it opens.
+// for it: "NAME: the command line …", "NAME: the program …", "NAME: the folder
+// …"; empty for a trusted snapshot and where the system checks what it opens.
 std::vector<std::string> startsNeedingTrust(const Snapshot& snapshot);
 
 // Puts the saved windows of a generic application back onto its live windows:

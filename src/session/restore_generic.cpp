@@ -134,13 +134,13 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
         // has counts as none, a frame no screen can show is not written.
         bool workspace = saved.workspace.has_value();
         if (workspace && (*saved.workspace < -1 || *saved.workspace > AXO::lastWorkspace)) {
-            log("restore " + app.name + ": workspace " + std::to_string(*saved.workspace) +
-                " left out, no window manager has it");
+            log(printable("restore " + app.name + ": workspace " + std::to_string(*saved.workspace) +
+                          " left out, no window manager has it"));
             workspace = false;
         }
         std::optional<Frame> frame = saved.frame;
         if (frame && !frame->placeable()) {
-            log("restore " + app.name + ": a frame that no screen can show left out");
+            log(printable("restore " + app.name + ": a frame that no screen can show left out"));
             frame.reset();
         }
         std::optional<size_t> pick;

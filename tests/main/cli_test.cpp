@@ -56,7 +56,9 @@ protected:
 };
 
 TEST_F(CliTest, CapturePrintsTheFileFormThatDecodesAndTheSummaryLine) {
-    Finished finished = sim_({"--capture"});
+    auto environment = environmentFor(kDesktop);
+    environment.push_back("XDG_CONFIG_HOME=" + (dir.path() / "config").string());
+    Finished finished = run(sim, {"--capture"}, environment);
 
     ASSERT_TRUE(finished.exitedWith(0)) << finished.err;
     ASSERT_FALSE(finished.out.empty());
@@ -85,7 +87,7 @@ TEST_F(CliTest, CapturePrintsTheFileFormThatDecodesAndTheSummaryLine) {
     std::vector<std::string> made;
     for (const auto& item : std::filesystem::recursive_directory_iterator(dir.path()))
         if (item.is_regular_file()) made.push_back(std::filesystem::relative(item.path(), dir.path()).string());
-    EXPECT_EQ(made, std::vector<std::string>{".config/Tarnwick/signing.key"});
+    EXPECT_EQ(made, std::vector<std::string>{"config/Tarnwick/signing.key"});
 }
 
 TEST_F(CliTest, CaptureWithoutAccessibilitySaysSo) {

@@ -267,6 +267,24 @@ TEST_F(UntrustedLaunchTest, AnEntryWithARecordedCommandLineIsNotStartedWhenUntru
     EXPECT_EQ(result.problems[0].rfind("Logo: not started: the command line", 0), 0u) << result.problems[0];
 }
 
+TEST_F(UntrustedLaunchTest, AnInstalledProgramStartsInTheHomeFolderNotInTheFoldersOfAnUntrustedSnapshot) {
+    AppState terminal = recorded("xlogo.desktop", "/usr/share/applications/xlogo.desktop", "Terminal");
+    terminal.workingDirectory = "/tmp/downloaded";
+    auto first = ensure(terminal, false);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(starts(desktop), (std::vector<std::string>{"openApplication:/usr/share/applications/xlogo.desktop"}));
+    EXPECT_EQ(result.problems, (std::vector<std::string>{"Terminal: started in the home folder, not in /tmp/downloaded, "
+                                                         "which comes from a snapshot that Tarnwick did not save "
+                                                         "here (trust the snapshot to allow it)"}));
+    result = {};
+    desktop.quit(desktop.appInfo(first->app).pid);
+    ASSERT_TRUE(ensure(terminal, true));
+    auto all = starts(desktop);
+    EXPECT_NE(std::find(all.begin(), all.end(), "launch:/usr/share/applications/xlogo.desktop in /tmp/downloaded"),
+              all.end());
+    EXPECT_TRUE(result.problems.empty());
+}
+
 TEST_F(UntrustedLaunchTest, ATrustedSnapshotStartsItsCommandLineAndProgram) {
     AppState app = recorded(std::nullopt, "/tmp/evil", "Tool");
     app.commandLine = std::vector<std::string>{"/tmp/evil", "-digital"};
@@ -282,13 +300,15 @@ TEST_F(UntrustedLaunchTest, WhatNeedsTrustIsListedBeforeARestore) {
     Snapshot snapshot;
     AppState clock = recorded(std::nullopt, "/usr/bin/xclock", "Clock");
     clock.commandLine = std::vector<std::string>{"/usr/bin/xclock", "-digital"};
+    AppState terminal = recorded("xlogo.desktop", "/usr/share/applications/xlogo.desktop", "Terminal");
+    terminal.workingDirectory = "/tmp/downloaded repo";
     snapshot.apps = {clock, recorded(std::nullopt, "/tmp/evil", "Tool"),
                      recorded("xlogo.desktop", "/tmp/evil.desktop", "Logo"),
-                     recorded(std::nullopt, "/tmp/evil.desktop", "Entry")};
+                     recorded(std::nullopt, "/tmp/evil.desktop", "Entry"), terminal};
     snapshot.trusted = false;
     EXPECT_EQ(Restore::startsNeedingTrust(snapshot),
               (std::vector<std::string>{"Clock: the command line /usr/bin/xclock -digital",
-                                        "Tool: the program /tmp/evil"}));
+                                        "Tool: the program /tmp/evil", "Terminal: the folder '/tmp/downloaded repo'"}));
     snapshot.trusted = true;
     EXPECT_TRUE(Restore::startsNeedingTrust(snapshot).empty());
     snapshot.trusted = false;

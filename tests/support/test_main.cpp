@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <ctime>
 
 int main(int argc, char** argv) {
@@ -18,6 +19,11 @@ int main(int argc, char** argv) {
     setenv("HOME", home.path().c_str(), 1);
     setenv("XDG_DATA_HOME", (home.path() / "data").c_str(), 1);
     setenv("XDG_STATE_HOME", (home.path() / "state").c_str(), 1);
+    // The host's own would lead to its settings, its signing key and its lock.
+    setenv("XDG_CONFIG_HOME", (home.path() / "config").c_str(), 1);
+    std::filesystem::create_directories(home.path() / "runtime");
+    std::filesystem::permissions(home.path() / "runtime", std::filesystem::perms::owner_all);
+    setenv("XDG_RUNTIME_DIR", (home.path() / "runtime").c_str(), 1);
     // A zone of our own, half an hour off UTC and without summer time: local
     // and UTC dates differ, and an hour never repeats. Children inherit it.
     setenv("TZ", "<+0530>-05:30", 1);

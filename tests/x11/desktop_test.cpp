@@ -15,6 +15,7 @@
 #include <chrono>
 #include <map>
 #include <thread>
+#include <poll.h>
 
 namespace tarnwick::testing {
 namespace {
@@ -860,13 +861,26 @@ TEST_F(DesktopTest, ARestoreWhoseDisplayGoesAwayStopsAtOnceSayingSo) {
     auto child = ChildProcess::start(TARNWICK_PATH, {"--restore", file.string()}, ChildProcess::Input::inherit,
                                      ChildProcess::ErrorOutput::pipe, error);
     ASSERT_TRUE(child) << std::strerror(error);
+    // The display goes away once the restore is under way (its first progress
+    // line), however slowly the machine let it start.
+    std::string out;
+    auto started = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (out.find("Restoring 1/3") == std::string::npos && std::chrono::steady_clock::now() < started) {
+        pollfd ready{child->output().get(), POLLIN, 0};
+        if (::poll(&ready, 1, 100) <= 0) continue;
+        char buffer[4096];
+        ssize_t n = ::read(child->output().get(), buffer, sizeof buffer);
+        if (n <= 0) break;
+        out.append(buffer, static_cast<size_t>(n));
+    }
+    ASSERT_NE(out.find("Restoring 1/3"), std::string::npos) << "the restore never started: " << out;
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     probe.reset();
     display.reset();
     auto status = child->waitUntil(std::chrono::steady_clock::now() + std::chrono::seconds(3));
     if (!status) child->terminateInBackground();
     ASSERT_TRUE(status) << "still restoring 3 s after the display went away";
-    Finished finished{*status, drain(child->output()), drain(child->errorOutput())};
+    Finished finished{*status, out + drain(child->output()), drain(child->errorOutput())};
     EXPECT_TRUE(WIFEXITED(finished.status) && WEXITSTATUS(finished.status) == 3) << finished.status;
     EXPECT_NE(finished.out.find("problem: the display went away; the restore stopped there\n"), std::string::npos)
         << finished.out;

@@ -3,6 +3,8 @@
 // the windows, named and relaunched through their desktop entries.
 #include "platform/kwin/kwin_platform.h"
 
+#include "model/printable.h"
+
 #include "platform/kwin/kwin_bus.h"
 #include "platform/kwin/kwin_scripts.h"
 #include "session/desktop_entry.h"
@@ -454,7 +456,7 @@ private:
         std::string token = bus_->nextToken();
         std::string why;
         if (!bus_->runScript(KWin::changeScript(changes, bus_->replyAddress(), token), token, scriptTimeout, why))
-            log("KWin: " + std::to_string(changes.size()) + " window changes failed: " + why);
+            log(printable("KWin: " + std::to_string(changes.size()) + " window changes failed: " + why));
     }
 
     void queueLocked(KWin::Change change) {
@@ -501,7 +503,7 @@ private:
         auto payload = bus_->runScript(KWin::listingScript(bus_->replyAddress(), token), token, scriptTimeout, why);
         auto parsed = payload ? KWin::parseListing(*payload) : std::nullopt;
         if (!parsed) {
-            log("KWin: cannot list the windows: " + (payload ? std::string("unreadable answer") : why));
+            log(printable("KWin: cannot list the windows: " + (payload ? std::string("unreadable answer") : why)));
             listing_.reset();
             return nullptr;
         }
