@@ -23,8 +23,6 @@ namespace tarnwick::Signing {
 
 namespace {
 
-constexpr size_t keyBytes = 32;
-
 // A text as the file holds it, behind its length, so no two lists of texts
 // share one byte string.
 void addText(std::string& data, std::string_view text) {
@@ -41,6 +39,8 @@ void addOptional(std::string& data, const std::optional<std::string>& text) {
 }
 
 #if !defined(__APPLE__)
+constexpr size_t keyBytes = 32;
+
 // The key in the file, when the file is this user's regular file of the right size.
 std::optional<std::string> readKey(const std::filesystem::path& path, int& error) {
     UniqueFd fd(retryOnEintr([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK); }));
