@@ -15,6 +15,9 @@
 #include <chrono>
 #include <cstring>
 #include <cmath>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -180,6 +183,88 @@ TEST_F(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
         EXPECT_EQ(after.maximizedVertically, before.maximizedVertically) << title;
     }
     EXPECT_TRUE(back);
+}
+
+// The product, as a Plasma user runs it: a capture to a file, every program
+// quit, and a restore that starts them again (through their desktop entries,
+// or by the command line a signed capture recorded) and puts their windows
+// back where they were.
+TEST_F(KWinTest, QuitProgramsComeBackThroughTheProgramWhereTheyWere) {
+    session_->script(forWindow(westonTitle, "c.frameGeometry = {x: 40, y: 30, width: 600, height: 400};") +
+                     forWindow(xtermTitle, "c.frameGeometry = {x: 700, y: 300, width: 500, height: 350};") +
+                     forWindow(gtkTitle, "c.frameGeometry = {x: 300, y: 420, width: 640, height: 360};") +
+                     forWindow(xlogoTitle, "c.frameGeometry = {x: 900, y: 50, width: 200, height: 150};"));
+    ASSERT_TRUE(eventually([&] { return byTitle()[westonTitle].x == 40 && byTitle()[xlogoTitle].x == 900; }));
+    std::map<std::string, KWinWindow> kept = byTitle();
+    // Programs a restore starts are not our children: whatever of this
+    // desktop's still runs at the end is ended here, also when the test fails.
+    struct EndRestored {
+        std::string display;
+        ~EndRestored() {
+            std::error_code error;
+            for (auto it = std::filesystem::directory_iterator("/proc", error);
+                 !error && it != std::filesystem::directory_iterator(); it.increment(error)) {
+                std::string pid = it->path().filename().string();
+                if (pid.find_first_not_of("0123456789") != std::string::npos || std::stoi(pid) == ::getpid()) continue;
+                std::ifstream environ(it->path() / "environ", std::ios::binary);
+                std::string variables((std::istreambuf_iterator<char>(environ)), std::istreambuf_iterator<char>());
+                if (variables.find("WAYLAND_DISPLAY=" + display + '\0') != std::string::npos)
+                    ::kill(std::stoi(pid), SIGKILL);
+            }
+        }
+    } endRestored{session_->waylandDisplay()};
+
+    auto run = [](const std::vector<std::string>& arguments, std::string& out) {
+        int error = 0;
+        auto child = ChildProcess::start(TARNWICK_PATH, arguments, ChildProcess::Input::inherit,
+                                         ChildProcess::ErrorOutput::discard, error);
+        if (!child) return -1;
+        char buffer[65536];
+        for (ssize_t n; (n = ::read(child->output().get(), buffer, sizeof buffer)) > 0;)
+            out.append(buffer, static_cast<size_t>(n));
+        return child->wait();
+    };
+    std::string json;
+    ASSERT_EQ(run({"--capture"}, json), 0);
+    auto file = std::filesystem::temp_directory_path() / ("tarnwick-kwin-" + std::to_string(::getpid()) + ".json");
+    {
+        std::ofstream(file) << json;
+    }
+    for (pid_t pid : session_->programs()) session_->quit(pid);
+    ASSERT_TRUE(eventually([&] { return session_->windows().empty(); }, 10.0)) << "the programs did not quit";
+
+    std::string said;
+    auto started = std::chrono::steady_clock::now();
+    int status = run({"--restore", file.string()}, said);
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    std::filesystem::remove(file);
+    EXPECT_EQ(status, 0) << said;
+    EXPECT_NE(said.find("launched 4, windows 4, tabs 0\n"), std::string::npos) << said;
+    EXPECT_EQ(said.find("problem:"), std::string::npos) << said;
+    EXPECT_LT(seconds, 15.0) << "four programs started and placed";
+
+    std::map<std::string, KWinWindow> now;
+    bool back = eventually(
+        [&] {
+            now = byTitle();
+            if (now.size() != kept.size()) return false;
+            for (const auto& [title, before] : kept) {
+                const KWinWindow& after = now[title];
+                if (std::abs(after.x - before.x) > 2 || std::abs(after.y - before.y) > 2 ||
+                    std::abs(after.width - before.width) > 2 || std::abs(after.height - before.height) > 2)
+                    return false;
+            }
+            return true;
+        },
+        10.0);
+    for (const auto& [title, before] : kept) {
+        EXPECT_NEAR(now[title].x, before.x, 2) << title;
+        EXPECT_NEAR(now[title].y, before.y, 2) << title;
+        EXPECT_NEAR(now[title].width, before.width, 2) << title;
+        EXPECT_NEAR(now[title].height, before.height, 2) << title;
+    }
+    EXPECT_TRUE(back);
+    EXPECT_EQ(session_->windows().size(), 4u) << "no second copies";
 }
 
 // The attribute names the backend answers are the ones the window logic asks.

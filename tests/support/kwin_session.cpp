@@ -246,6 +246,12 @@ pid_t KWinSession::start(const std::string& program, const std::vector<std::stri
     return programs_.back().pid();
 }
 
+std::vector<pid_t> KWinSession::programs() const {
+    std::vector<pid_t> pids;
+    for (const ChildProcess& program : programs_) pids.push_back(program.pid());
+    return pids;
+}
+
 void KWinSession::quit(pid_t pid) {
     for (auto it = programs_.begin(); it != programs_.end(); ++it)
         if (it->pid() == pid) {

@@ -56,6 +56,8 @@ public:
                 const std::vector<std::string>& environment = {});
     // Ends a program started here (its process group) and reaps it.
     void quit(pid_t pid);
+    // The programs started here that still run, in the order they were started.
+    std::vector<pid_t> programs() const;
 
     // Every window KWin manages, in its order.
     std::vector<KWinWindow> windows();
