@@ -124,10 +124,9 @@ int captureMode(std::FILE* out, std::FILE* err) {
     // What was read before it went away is not the session: nothing is printed.
     if (reportedDesktopLost(err, "nothing was captured")) return displayLostStatus;
     std::string reason;
-    // Signed like the store's files: what this Tarnwick printed is its own to restore.
-    std::optional<Snapshot> repaired;
-    if (!textsAreValidUtf8(snapshot)) makeTextsValidUtf8(repaired.emplace(snapshot));
-    auto json = encodeSnapshot(snapshot, Signing::signatureOf(repaired ? *repaired : snapshot), &reason);
+    // Signed like the store's files: what this Tarnwick printed is its own to
+    // restore. The launch data holds each text as the file will.
+    auto json = encodeSnapshot(snapshot, Signing::signatureOf(snapshot), &reason);
     if (!json) fatal("cannot encode the snapshot: " + reason);
     printLine(out, *json);
     // What lets the capture see windows: the window manager on X11, Accessibility on a Mac.

@@ -336,8 +336,7 @@ Saved write(const Snapshot& snapshot, std::string* why) {
     }
     std::filesystem::path url = supportDir() / fileName(snapshot.date);
     std::string error;
-    // Signed over the texts as written, so that reading the file back verifies.
-    auto bytes = encodeSnapshot(snapshot, Signing::signatureOf(compared), &error);
+    auto bytes = encodeSnapshot(snapshot, Signing::signatureOf(snapshot), &error);
     if (!bytes || !writeFileAtomically(url, *bytes, error)) {
         log("save failed: " + error);
         if (why) *why = std::move(error);

@@ -121,6 +121,11 @@ TEST_F(SigningTest, ABrokenTextIsSignedAsTheFileHoldsIt) {
     snapshot.apps[1].commandLine->push_back("caf\xe9");
     ASSERT_TRUE(Store::save(snapshot));
     EXPECT_TRUE(only(Store::all()).trusted);
+    // So a writer signs the snapshot as it is, without repairing a copy first.
+    Snapshot repaired = snapshot;
+    makeTextsValidUtf8(repaired);
+    EXPECT_NE(repaired.apps[1].commandLine, snapshot.apps[1].commandLine);
+    EXPECT_EQ(Signing::signatureOf(repaired), Signing::signatureOf(snapshot));
 }
 
 }  // namespace
