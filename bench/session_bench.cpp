@@ -79,6 +79,9 @@ public:
     bool opensRecordedApplications() override {
         return timed([&] { return inner_.opensRecordedApplications(); });
     }
+    std::optional<std::vector<std::string>> launchArguments(const std::string& path) override {
+        return timed([&] { return inner_.launchArguments(path); });
+    }
     bool openNewWindow(const App& app, ErrorSink onError) override {
         return timed([&] { return inner_.openNewWindow(app, std::move(onError)); });
     }

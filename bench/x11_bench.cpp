@@ -5,7 +5,7 @@
 // benchmark library's statistics.
 #include "platform/platform.h"
 #include "session/capture.h"
-#include "session/platform_x11.h"
+#include "platform/x11/platform_x11.h"
 #include "session/restore.h"
 #include "support/virtual_display.h"
 

@@ -12,17 +12,13 @@
 
 namespace tarnwick::AXO {
 
-// Window states that only a window manager following EWMH keeps, named like
-// the others: the workspace (an integer, -1 for all) and maximized per axis.
-inline constexpr const char* workspaceAttribute = "TWWorkspace";
-inline constexpr const char* maximizedHorizontallyAttribute = "TWMaximizedHorizontally";
-inline constexpr const char* maximizedVerticallyAttribute = "TWMaximizedVertically";
-// Both axes in one request, as pagers ask: some managers ignore two one-axis
-// requests in a row. Written only.
-inline constexpr const char* maximizedAttribute = "TWMaximized";
-// The highest workspace index written; a window manager with more workspaces
-// than this does not exist, so a larger number in a snapshot counts as none.
-inline constexpr std::int64_t lastWorkspace = 0xFFFF;
+// The window manager's states, by the seam's names.
+using tarnwick::lastWorkspace;
+using tarnwick::maximizedAttribute;
+using tarnwick::maximizedHorizontallyAttribute;
+using tarnwick::maximizedVerticallyAttribute;
+using tarnwick::outputAttribute;
+using tarnwick::workspaceAttribute;
 
 // Whether this process may use window access at all.
 bool trusted();

@@ -2,7 +2,7 @@
 // the kernel lets go of when the process ends, however it ends.
 #pragma once
 
-#include "store/unique_fd.h"
+#include "model/unique_fd.h"
 
 #include <filesystem>
 #include <optional>

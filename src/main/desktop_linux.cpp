@@ -2,7 +2,8 @@
 #include "main/desktop.h"
 
 #include "platform/kwin/kwin_platform.h"
-#include "session/platform_x11.h"
+#include "platform/x11/platform_x11.h"
+#include "store/log.h"
 
 #include <cstdlib>
 
@@ -53,6 +54,8 @@ std::vector<Backend> candidates(const Session& session, std::string& why) {
 }
 
 std::unique_ptr<Platform> openDesktop(const Session& session, std::string& why) {
+    // What a backend cannot tell any caller goes to the program's log.
+    setPlatformLog([](const std::string& line) { log(line); });
     for (Backend backend : candidates(session, why)) {
         std::unique_ptr<Platform> opened = backend == Backend::kwin ? openKWinPlatform(why) : openX11Platform("", why);
         if (opened) return opened;

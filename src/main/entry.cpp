@@ -9,7 +9,7 @@
 #include "session/restore.h"
 #include "store/signing.h"
 #include "store/snapshot_file.h"
-#include "store/unique_fd.h"
+#include "model/unique_fd.h"
 
 #include <algorithm>
 #include <cerrno>

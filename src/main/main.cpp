@@ -10,7 +10,7 @@
 
 #if defined(__APPLE__)
 #include "app/application.h"
-#include "session/platform_mac.h"
+#include "platform/mac/platform_mac.h"
 #else
 #include "main/desktop.h"
 #endif

@@ -33,6 +33,21 @@ private:
     std::shared_ptr<const void> ref_;
 };
 
+// Window states that only a window manager keeps (X11 managers following
+// EWMH, Wayland compositors), named like the Accessibility ones: the workspace
+// (an integer, -1 for all) and maximized per axis.
+inline constexpr const char* workspaceAttribute = "TWWorkspace";
+inline constexpr const char* maximizedHorizontallyAttribute = "TWMaximizedHorizontally";
+inline constexpr const char* maximizedVerticallyAttribute = "TWMaximizedVertically";
+// Both axes in one request, as pagers ask: some managers ignore two one-axis
+// requests in a row. Written only.
+inline constexpr const char* maximizedAttribute = "TWMaximized";
+// The output (monitor) a window is on, by the name the system gives it. Read only.
+inline constexpr const char* outputAttribute = "TWOutput";
+// The highest workspace index written; a window manager with more workspaces
+// than this does not exist, so a larger number in a snapshot counts as none.
+inline constexpr std::int64_t lastWorkspace = 0xFFFF;
+
 // A window or an application as the window-access half sees it.
 using Element = Handle<struct ElementTag>;
 // A running application as the applications half sees it.
@@ -141,6 +156,10 @@ public:
     // Starts what the request names, as openApplication does; where the system
     // cannot start by command line, an error to the sink and nothing.
     virtual std::optional<App> launch(const LaunchRequest& request, double timeout, ErrorSink onError) = 0;
+    // What launching the file at `path` would run, word by word, where the
+    // system can tell beforehand (Linux: a desktop entry's command); nothing
+    // where it cannot (a Mac opens a bundle).
+    virtual std::optional<std::vector<std::string>> launchArguments(const std::string& path) = 0;
     // Whether each running instance of a program stands for its own recorded
     // application (X11, where many programs run one process per window), so
     // that a restore gives each record an instance of its own. On a Mac the
@@ -182,5 +201,12 @@ Platform* installPlatform(Platform* backend);
 
 // The installed backend. Stops the process when none is installed.
 Platform& platform();
+
+// Where a backend notes what went wrong that no caller hears of (a batch of
+// window changes the compositor refused): the program's log, once the program
+// sets it; until then such notes are dropped. The text is written as given,
+// so a backend makes outside text printable first.
+void setPlatformLog(std::function<void(const std::string& line)> sink);
+void platformLog(const std::string& line);
 
 }  // namespace tarnwick

@@ -1,7 +1,7 @@
 // ChildProcess: a program started with posix_spawn, its pipes, and its reaping.
 #pragma once
 
-#include "store/unique_fd.h"
+#include "model/unique_fd.h"
 
 #include <chrono>
 #include <optional>

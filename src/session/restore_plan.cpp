@@ -4,7 +4,6 @@
 #include "access/axo.h"
 #include "scripting/quoting.h"
 #include "scripting/restore_scripts.h"
-#include "session/desktop_entry.h"
 
 #include <algorithm>
 #include <cmath>
@@ -36,13 +35,10 @@ std::string number(double value) {
 
 // What a launch would run, in full: the command line given, else that of the
 // desktop entry at the path, else the application file itself.
-std::string whatRuns(const std::string& path, const std::optional<std::vector<std::string>>& commandLine) {
+std::string whatRuns(Platform& desktop, const std::string& path,
+                     const std::optional<std::vector<std::string>>& commandLine) {
     if (commandLine && !commandLine->empty()) return shellCommand(*commandLine);
-    if (path.ends_with(".desktop")) {
-        auto entry = DesktopEntries::read(path, std::filesystem::path(path).filename().string());
-        if (auto words = entry ? DesktopEntries::arguments(*entry) : std::nullopt)
-            return shellCommand(*words) + " (from " + path + ")";
-    }
+    if (auto words = desktop.launchArguments(path)) return shellCommand(*words) + " (from " + path + ")";
     return shellCommand({path});
 }
 
@@ -181,7 +177,7 @@ public:
         return desktop_.applicationPath(bundleID);
     }
     std::optional<App> openApplication(const std::string& appPath, double, ErrorSink) override {
-        return launched(appPath, ": " + whatRuns(appPath, std::nullopt));
+        return launched(appPath, ": " + whatRuns(desktop_, appPath, std::nullopt));
     }
     void openDocuments(const std::vector<std::string>& urls, const std::string&, double, ErrorSink) override {
         changes.push_back({"open", std::to_string(urls.size()) + " documents in " + current});
@@ -190,12 +186,15 @@ public:
         return desktop_.runningCommands(commandLine);
     }
     std::optional<App> launch(const LaunchRequest& request, double, ErrorSink) override {
-        std::string how = ": " + whatRuns(request.path, request.commandLine);
+        std::string how = ": " + whatRuns(desktop_, request.path, request.commandLine);
         if (request.workingDirectory) how += " in " + *request.workingDirectory;
         return launched(request.path, how);
     }
     bool separateInstances() override { return desktop_.separateInstances(); }
     bool opensRecordedApplications() override { return desktop_.opensRecordedApplications(); }
+    std::optional<std::vector<std::string>> launchArguments(const std::string& path) override {
+        return desktop_.launchArguments(path);
+    }
     bool openNewWindow(const App&, ErrorSink) override {
         changes.push_back({"new window", current});
         askedForWindows.insert(current);

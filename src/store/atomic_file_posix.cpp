@@ -1,7 +1,7 @@
 // writeFileAtomically on POSIX: mkstemp, write, fsync, rename, fsync of the folder.
 #include "store/atomic_file.h"
 
-#include "store/unique_fd.h"
+#include "model/unique_fd.h"
 
 #include <cstdlib>
 #include <cstring>

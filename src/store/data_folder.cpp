@@ -2,7 +2,7 @@
 #include "store/data_folder.h"
 
 #include "model/invariant.h"
-#include "store/unique_fd.h"
+#include "model/unique_fd.h"
 
 #include <algorithm>
 #include <fcntl.h>

@@ -3,7 +3,7 @@
 
 #include "model/iso_date.h"
 #include "store/data_folder.h"
-#include "store/unique_fd.h"
+#include "model/unique_fd.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -5,7 +5,7 @@
 #include "model/utf8.h"
 #include "store/data_folder.h"
 #include "store/log.h"
-#include "store/unique_fd.h"
+#include "model/unique_fd.h"
 
 #include <cerrno>
 #include <cstdint>

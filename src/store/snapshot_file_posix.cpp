@@ -1,7 +1,7 @@
 // readSnapshotFile on POSIX: open without blocking, fstat, read at most the limit.
 #include "store/snapshot_file.h"
 
-#include "store/unique_fd.h"
+#include "model/unique_fd.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -8,7 +8,7 @@
 #include "store/log.h"
 #include "store/signing.h"
 #include "store/snapshot_file.h"
-#include "store/unique_fd.h"
+#include "model/unique_fd.h"
 
 #include <algorithm>
 #include <atomic>

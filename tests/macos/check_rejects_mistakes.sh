@@ -57,17 +57,17 @@ expect_rejected folder.mm \
     "to 'NSSearchPathDirectory' for 1st argument"
 
 # The legacy AXValue type names are UInt32 constants, not AXValueType.
-mutate src/access/axo_mac.cpp access.cpp \
+mutate src/platform/mac/axo_mac.cpp access.cpp \
     's/AXValueCreate(kAXValueTypeCGPoint/AXValueCreate(kAXValueCGPointType/'
 expect_rejected access.cpp "from 'const UInt32' (aka 'const unsigned int') to 'AXValueType'"
 
 # An Objective-C object stored as a plain pointer without a bridge cast.
-mutate src/session/workspace_mac.mm workspace.mm \
+mutate src/platform/mac/workspace_mac.mm workspace.mm \
     's/(__bridge_retained const void\*)app/(const void*)app/'
 expect_rejected workspace.mm "requires a bridged cast"
 
 # BOOL is bool on arm64: a signed char out-parameter only passes as on x86_64.
-mutate src/session/workspace_mac.mm boolean.mm \
+mutate src/platform/mac/workspace_mac.mm boolean.mm \
     's/return file != nil \&\& \[NSFileManager.defaultManager fileExistsAtPath:file\];/signed char folder = 0; return file != nil \&\& [NSFileManager.defaultManager fileExistsAtPath:file isDirectory:\&folder];/'
 expect_rejected boolean.mm "parameter of type 'BOOL \* _Nullable' (aka 'bool \*') with an rvalue of type 'signed char \*'" \
     "boolean.mm fails as built for arm64"

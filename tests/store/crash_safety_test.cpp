@@ -1,7 +1,7 @@
 // Saves killed at random moments never leave a broken file or lose a snapshot that pruning kept.
 #include "store_fixture.h"
 
-#include "store/unique_fd.h"
+#include "model/unique_fd.h"
 
 #include <csignal>
 #include <random>

@@ -1,7 +1,7 @@
 // KWinSession: dbus-daemon, a copy of kwin_wayland, and gdbus as the probe.
 #include "support/kwin_session.h"
 
-#include "session/launch.h"
+#include "platform/linux/launch.h"
 #include "support/temp_dir.h"
 
 #include <simdjson.h>

@@ -202,6 +202,8 @@ public:
     std::optional<App> launch(const LaunchRequest& request, double timeout, ErrorSink onError) override;
     bool separateInstances() override;
     bool opensRecordedApplications() override;
+    // The simulated programs start by path; nothing stands between.
+    std::optional<std::vector<std::string>> launchArguments(const std::string&) override { return std::nullopt; }
     bool openNewWindow(const App& app, ErrorSink onError) override;
     std::optional<std::string> windowManagerName() override;
     bool desktopLost() override;

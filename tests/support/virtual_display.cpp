@@ -1,7 +1,7 @@
 // VirtualDisplay and DisplayProbe: Xvfb, openbox, and plain xcb requests.
 #include "support/virtual_display.h"
 
-#include "session/launch.h"
+#include "platform/linux/launch.h"
 
 #include <xcb/xcb.h>
 

@@ -2,7 +2,7 @@
 // where titles come from, what trust means, and relaunches that cannot start.
 #include "platform/platform.h"
 #include "session/capture.h"
-#include "session/platform_x11.h"
+#include "platform/x11/platform_x11.h"
 #include "session/restore.h"
 #include "support/log_watch.h"
 #include "support/scoped_variable.h"

@@ -4,14 +4,9 @@
 #include "platform/kwin/kwin_platform.h"
 
 #include "model/printable.h"
-
 #include "platform/kwin/kwin_bus.h"
 #include "platform/kwin/kwin_scripts.h"
-#include "session/desktop_entry.h"
-#include "session/launch.h"
-#include "session/process.h"
-#include "store/data_folder.h"
-#include "store/log.h"
+#include "platform/linux/linux_platform.h"
 
 #include <xcb/res.h>
 #include <xcb/xcb.h>
@@ -29,13 +24,6 @@
 namespace tarnwick {
 
 namespace {
-
-// The window manager's states, by the names the seam's users write and read
-// (they are the X11 backend's too).
-constexpr const char* workspaceAttribute = "TWWorkspace";
-constexpr const char* maximizedHorizontallyAttribute = "TWMaximizedHorizontally";
-constexpr const char* maximizedVerticallyAttribute = "TWMaximizedVertically";
-constexpr const char* maximizedAttribute = "TWMaximized";
 
 // How long one listing stands for the desktop: a capture asks a dozen
 // questions of every window within it. Our own changes end it at once.
@@ -57,21 +45,6 @@ const Target* targetOf(const Element& element) { return static_cast<const Target
 
 Element makeElement(std::int32_t pid, std::string window) {
     return Element(std::make_shared<const Target>(Target{pid, std::move(window)}));
-}
-
-struct Owner {
-    std::int32_t pid = 0;
-};
-
-App makeApp(std::int32_t pid) { return App(std::make_shared<const Owner>(Owner{pid})); }
-
-std::int32_t pidOf(const App& app) {
-    auto* owner = static_cast<const Owner*>(app.get());
-    return owner == nullptr ? 0 : owner->pid;
-}
-
-bool endsWith(const std::string& text, const std::string& tail) {
-    return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
 // HACK: KWin knows no pid for an XWayland client that never sets _NET_WM_PID
@@ -115,7 +88,7 @@ private:
     bool usable_ = false;
 };
 
-class KWinPlatform final : public Platform {
+class KWinPlatform final : public LinuxPlatform {
 public:
     explicit KWinPlatform(std::unique_ptr<KWin::Bus> bus) : bus_(std::move(bus)) {
         flusher_ = std::thread([this] { flushLoop(); });
@@ -176,7 +149,7 @@ public:
         }
         if (name == maximizedHorizontallyAttribute) return facts.maximizedHorizontally;
         if (name == maximizedVerticallyAttribute) return facts.maximizedVertically;
-        if (name == kwinOutputAttribute) return facts.output;
+        if (name == outputAttribute) return facts.output;
         // Documents and everything else: KWin knows nothing of them.
         return std::nullopt;
     }
@@ -201,7 +174,7 @@ public:
             }
         } else if (name == workspaceAttribute) {
             auto* desktop = std::get_if<std::int64_t>(&value);
-            if (desktop == nullptr || *desktop < -1 || *desktop > 0xFFFF) return;
+            if (desktop == nullptr || *desktop < -1 || *desktop > lastWorkspace) return;
             change.kind = KWin::Change::Kind::desktop;
             change.desktop = *desktop < 0 ? -1 : *desktop + 1;
         } else if (name == "AXMinimized" || name == "AXFullScreen") {
@@ -242,72 +215,6 @@ public:
         return left->window == right->window && (!left->window.empty() || left->pid == right->pid);
     }
 
-    // Applications.
-    std::optional<std::string> ownBundleIdentifier() override { return std::string(kwinOwnIdentifier); }
-
-    std::vector<App> runningApplications() override {
-        std::vector<App> apps;
-        std::vector<std::int32_t> seen;
-        std::lock_guard<std::mutex> hold(lock_);
-        auto listing = listingLocked();
-        if (!listing) return apps;
-        for (const Window& window : *listing) {
-            if (window.pid <= 0 || std::find(seen.begin(), seen.end(), window.pid) != seen.end()) continue;
-            seen.push_back(window.pid);
-            apps.push_back(makeApp(window.pid));
-        }
-        return apps;
-    }
-
-    std::vector<App> runningApplications(const std::string& bundleID) override {
-        std::vector<App> matching;
-        for (const App& app : runningApplications()) {
-            Identity identity = identify(pidOf(app));
-            if (identity.entry && identity.entry->id == bundleID) matching.push_back(app);
-        }
-        return matching;
-    }
-
-    std::optional<App> frontmostApplication() override {
-        std::lock_guard<std::mutex> hold(lock_);
-        auto listing = listingLocked();
-        if (!listing || !active_) return std::nullopt;
-        const Window* window = find(*listing, *active_);
-        if (window == nullptr || window->pid <= 0) return std::nullopt;
-        return makeApp(window->pid);
-    }
-
-    AppInfo appInfo(const App& app) override {
-        AppInfo info;
-        info.pid = pidOf(app);
-        Identity identity = identify(info.pid);
-        if (identity.entry) {
-            info.bundleID = identity.entry->id;
-            info.bundlePath = identity.entry->file.string();
-            info.name = identity.entry->name;
-            // A terminal stands for the shell it runs, and that shell for its folder.
-            if (identity.entry->terminal()) info.workingDirectory = shellFolder(info.pid);
-        } else {
-            info.bundlePath = Process::executable(info.pid);
-            if (!identity.resourceClass.empty())
-                info.name = identity.resourceClass;
-            else
-                info.name = Process::commandName(info.pid);
-            // Nothing else can recognise it, or start it as it was started.
-            info.commandLine = Process::commandLine(info.pid);
-        }
-        // Panels, docks and the desktop belong to the desktop session, which starts them itself.
-        if (identity.windows > 0 && identity.desktopParts == identity.windows)
-            info.policy = ActivationPolicy::accessory;
-        info.terminated = !Process::alive(info.pid);
-        // A process counts as launched once KWin manages a window of it.
-        info.finishedLaunching = identity.windows > 0;
-        return info;
-    }
-
-    // KWin has no application-wide hiding; a snapshot taken here never records it.
-    void hide(const App&) override {}
-
     // Only a window that is not minimized is brought forward: a restore never
     // un-minimizes a window by activating it.
     void activate(const App& app) override {
@@ -324,97 +231,14 @@ public:
             }
     }
 
-    std::optional<std::string> applicationPath(const std::string& bundleID) override {
-        auto installed = entries();
-        for (const DesktopEntries::Entry& entry : *installed)
-            if (entry.id == bundleID) return entry.file.string();
-        return std::nullopt;
-    }
-
-    std::optional<App> openApplication(const std::string& appPath, double timeout, ErrorSink onError) override {
-        return launch(LaunchRequest{appPath, std::nullopt, std::nullopt}, timeout, std::move(onError));
-    }
-
-    std::vector<App> runningCommands(const std::vector<std::string>& commandLine) override {
-        std::vector<App> matching;
-        for (const App& app : runningApplications()) {
-            std::int32_t pid = pidOf(app);
-            if (!identify(pid).entry && Process::commandLine(pid) == commandLine) matching.push_back(app);
-        }
-        return matching;
-    }
-
-    std::optional<App> launch(const LaunchRequest& request, double, ErrorSink onError) override {
-        std::vector<std::string> command{request.path};
-        if (request.commandLine && !request.commandLine->empty()) {
-            command = *request.commandLine;
-        } else if (endsWith(request.path, ".desktop")) {
-            // A desktop entry starts what the user's launcher would start.
-            std::string why;
-            auto words = DesktopEntries::installedArguments(*entries(), request.path, why);
-            if (!words) {
-                if (onError) onError(why);
-                return std::nullopt;
-            }
-            command = std::move(*words);
-        }
-        // A terminal opens its shell where the program starts; a folder that is
-        // gone leaves it at home, as a launcher would.
-        std::string folder = homeDirectory();
-        std::error_code error;
-        if (request.workingDirectory && std::filesystem::is_directory(*request.workingDirectory, error))
-            folder = *request.workingDirectory;
-        std::string why;
-        auto pid = Launch::detached(command, folder, why);
-        if (!pid) {
-            if (onError) onError(why);
-            return std::nullopt;
-        }
-        return makeApp(*pid);
-    }
-
-    // As on X11, many programs run one process per window; each recorded process comes back as one.
-    bool separateInstances() override { return true; }
-    // Nothing here checks a program before it runs; a snapshot may come from anywhere.
-    bool opensRecordedApplications() override { return false; }
     // The session bus closed under us: KWin's session is over.
     bool desktopLost() override {
         std::lock_guard<std::mutex> hold(lock_);
         return bus_->lost();
     }
 
-    bool openNewWindow(const App& app, ErrorSink onError) override {
-        Identity identity = identify(pidOf(app));
-        auto command = identity.entry ? DesktopEntries::newWindowArguments(*identity.entry) : std::nullopt;
-        if (!command || command->empty()) return false;
-        std::string why;
-        if (!Launch::detached(*command, homeDirectory(), why)) {
-            if (onError) onError(why);
-            return false;
-        }
-        return true;
-    }
-
     // Where a capture says it saw the windows: the compositor, and that it is Wayland.
     std::optional<std::string> windowManagerName() override { return std::string("KWin (Wayland)"); }
-
-    // Windows here carry no document, so a restore never has any to reopen.
-    void openDocuments(const std::vector<std::string>&, const std::string&, double, ErrorSink onError) override {
-        if (onError) onError("opening documents is not supported under KWin");
-    }
-
-    bool fileExists(const std::string& path) override {
-        std::error_code error;
-        return !path.empty() && std::filesystem::exists(path, error);
-    }
-
-    std::string homeDirectory() override { return homeLocation().value_or("/").string(); }
-
-    Date currentDate() override { return std::chrono::system_clock::now(); }
-
-    double monotonicSeconds() override {
-        return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-    }
 
     // Changes asked for go out before a wait: the wait is for them to happen.
     void sleep(double seconds) override {
@@ -433,13 +257,6 @@ private:
     };
     using Windows = std::vector<Window>;
 
-    struct Identity {
-        std::optional<DesktopEntries::Entry> entry;
-        std::string resourceClass;
-        size_t windows = 0;
-        size_t desktopParts = 0;
-    };
-
     static const Window* find(const Windows& windows, const std::string& id) {
         for (const Window& window : windows)
             if (window.facts.id == id) return &window;
@@ -456,7 +273,7 @@ private:
         std::string token = bus_->nextToken();
         std::string why;
         if (!bus_->runScript(KWin::changeScript(changes, bus_->replyAddress(), token), token, scriptTimeout, why))
-            log(printable("KWin: " + std::to_string(changes.size()) + " window changes failed: " + why));
+            platformLog(printable("KWin: " + std::to_string(changes.size()) + " window changes failed: " + why));
     }
 
     void queueLocked(KWin::Change change) {
@@ -503,7 +320,7 @@ private:
         auto payload = bus_->runScript(KWin::listingScript(bus_->replyAddress(), token), token, scriptTimeout, why);
         auto parsed = payload ? KWin::parseListing(*payload) : std::nullopt;
         if (!parsed) {
-            log(printable("KWin: cannot list the windows: " + (payload ? std::string("unreadable answer") : why)));
+            platformLog(printable("KWin: cannot list the windows: " + (payload ? std::string("unreadable answer") : why)));
             listing_.reset();
             return nullptr;
         }
@@ -532,43 +349,39 @@ private:
         return {false, false};
     }
 
-    // The first of the process's windows whose identity matches an entry names it.
-    Identity identify(std::int32_t pid) {
-        Identity identity;
-        std::vector<KWin::WindowFacts> owned;
-        {
-            std::lock_guard<std::mutex> hold(lock_);
-            auto listing = listingLocked();
-            if (listing)
-                for (const Window& window : *listing)
-                    if (window.pid == pid) owned.push_back(window.facts);
-        }
-        identity.windows = owned.size();
-        auto installed = entries();
-        for (const KWin::WindowFacts& facts : owned) {
-            if (facts.desktopPart) identity.desktopParts += 1;
-            if (identity.resourceClass.empty()) identity.resourceClass = facts.resourceClass;
-            // A Wayland window's app id is its desktop file's name, as a GTK
-            // program's application id is on X11.
-            if (auto entry = DesktopEntries::match(*installed, {facts.resourceName, facts.resourceClass,
-                                                                facts.desktopFile})) {
-                identity.entry = std::move(entry);
-                break;
-            }
-        }
-        return identity;
+    std::vector<std::int32_t> windowOwners() override {
+        std::vector<std::int32_t> owners;
+        std::lock_guard<std::mutex> hold(lock_);
+        if (auto listing = listingLocked())
+            for (const Window& window : *listing)
+                if (window.pid > 0 && std::find(owners.begin(), owners.end(), window.pid) == owners.end())
+                    owners.push_back(window.pid);
+        return owners;
     }
 
-    // The folder of the shell a terminal runs: that of its first child, else its own.
-    static std::optional<std::string> shellFolder(std::int32_t pid) {
-        for (std::int32_t child : Process::children(pid))
-            if (auto folder = Process::workingDirectory(child)) return folder;
-        return Process::workingDirectory(pid);
+    // A Wayland window's app id is its desktop file's name, as a GTK
+    // program's application id is on X11.
+    std::vector<OwnedWindow> windowsOwnedBy(std::int32_t pid) override {
+        std::vector<OwnedWindow> owned;
+        std::lock_guard<std::mutex> hold(lock_);
+        if (auto listing = listingLocked())
+            for (const Window& window : *listing)
+                if (window.pid == pid)
+                    owned.push_back(OwnedWindow{window.facts.resourceName, window.facts.resourceClass,
+                                                window.facts.desktopFile, window.facts.desktopPart});
+        return owned;
     }
 
-    // Read again whenever an application folder changed, so that a long-running
-    // tray knows programs installed or removed since it started.
-    std::shared_ptr<const std::vector<DesktopEntries::Entry>> entries() { return entries_.current(); }
+    std::optional<std::int32_t> activeOwner() override {
+        std::lock_guard<std::mutex> hold(lock_);
+        auto listing = listingLocked();
+        if (!listing || !active_) return std::nullopt;
+        const Window* window = find(*listing, *active_);
+        if (window == nullptr || window->pid <= 0) return std::nullopt;
+        return window->pid;
+    }
+
+    std::string desktopKind() const override { return "under KWin"; }
 
     std::mutex lock_;
     std::unique_ptr<KWin::Bus> bus_;
@@ -583,7 +396,6 @@ private:
     std::condition_variable wake_;
     bool stopping_ = false;
     std::thread flusher_;
-    DesktopEntries::Catalog entries_;
 };
 
 }  // namespace

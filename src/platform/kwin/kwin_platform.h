@@ -9,12 +9,6 @@
 
 namespace tarnwick {
 
-// Tarnwick's own identifier on a Linux desktop: its desktop entry's id.
-inline constexpr const char* kwinOwnIdentifier = "com.tarnwick.Tarnwick.desktop";
-
-// The output (screen) a window is on, counted from 0: read only, and only here.
-inline constexpr const char* kwinOutputAttribute = "TWOutput";
-
 // A backend talking to the KWin on $DBUS_SESSION_BUS_ADDRESS; nothing, with a
 // one-line reason, when no KWin answers there.
 std::unique_ptr<Platform> openKWinPlatform(std::string& why);

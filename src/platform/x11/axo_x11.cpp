@@ -1,7 +1,6 @@
 // The X11 window half: EWMH properties and client messages over xcb.
-#include "access/axo_x11.h"
+#include "platform/x11/axo_x11.h"
 
-#include "access/axo.h"
 #include "model/utf8.h"
 
 #include <xcb/res.h>
@@ -471,7 +470,7 @@ struct Connection::State {
     }
 
     void setWorkspace(WindowID window, std::int64_t desktop) {
-        if (desktop < -1 || desktop > AXO::lastWorkspace) return;
+        if (desktop < -1 || desktop > lastWorkspace) return;
         auto value = desktop < 0 ? 0xFFFFFFFFu : static_cast<std::uint32_t>(desktop);
         xcb_ewmh_request_change_wm_desktop(&ewmh, screenNumber, window, value, XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER);
         flush();
@@ -621,12 +620,12 @@ std::optional<AttrValue> Connection::copyAttribute(const Element& element, const
     }
     if (name == "AXMinimized") return has(s.ewmh._NET_WM_STATE_HIDDEN);
     if (name == "AXFullScreen") return has(s.ewmh._NET_WM_STATE_FULLSCREEN);
-    if (name == AXO::workspaceAttribute) {
+    if (name == workspaceAttribute) {
         if (facts->workspace) return *facts->workspace;
         return std::nullopt;
     }
-    if (name == AXO::maximizedHorizontallyAttribute) return has(s.ewmh._NET_WM_STATE_MAXIMIZED_HORZ);
-    if (name == AXO::maximizedVerticallyAttribute) return has(s.ewmh._NET_WM_STATE_MAXIMIZED_VERT);
+    if (name == maximizedHorizontallyAttribute) return has(s.ewmh._NET_WM_STATE_MAXIMIZED_HORZ);
+    if (name == maximizedVerticallyAttribute) return has(s.ewmh._NET_WM_STATE_MAXIMIZED_VERT);
     // Documents ("AXDocument") and everything else: X11 has no such property.
     return std::nullopt;
 }
@@ -659,15 +658,15 @@ void Connection::setAttribute(const Element& element, const std::string& name, c
             s.activate(window);
     } else if (name == "AXFullScreen") {
         if (auto* on = std::get_if<bool>(&value)) s.setStates(window, {s.ewmh._NET_WM_STATE_FULLSCREEN}, *on);
-    } else if (name == AXO::workspaceAttribute) {
+    } else if (name == workspaceAttribute) {
         if (auto* desktop = std::get_if<std::int64_t>(&value)) s.setWorkspace(window, *desktop);
-    } else if (name == AXO::maximizedHorizontallyAttribute || name == AXO::maximizedVerticallyAttribute ||
-               name == AXO::maximizedAttribute) {
+    } else if (name == maximizedHorizontallyAttribute || name == maximizedVerticallyAttribute ||
+               name == maximizedAttribute) {
         auto* on = std::get_if<bool>(&value);
         if (on == nullptr) return;
         std::vector<xcb_atom_t> states;
-        if (name != AXO::maximizedVerticallyAttribute) states.push_back(s.ewmh._NET_WM_STATE_MAXIMIZED_HORZ);
-        if (name != AXO::maximizedHorizontallyAttribute) states.push_back(s.ewmh._NET_WM_STATE_MAXIMIZED_VERT);
+        if (name != maximizedVerticallyAttribute) states.push_back(s.ewmh._NET_WM_STATE_MAXIMIZED_HORZ);
+        if (name != maximizedHorizontallyAttribute) states.push_back(s.ewmh._NET_WM_STATE_MAXIMIZED_VERT);
         auto settled = [&] {
             for (xcb_atom_t state : states)
                 if (s.hasState(window, state) != *on) return false;

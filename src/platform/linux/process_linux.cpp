@@ -1,5 +1,5 @@
 // Process facts from /proc.
-#include "session/process.h"
+#include "platform/linux/process.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,7 +1,7 @@
 // Launch::detached with real processes: the program runs on its own, not as
 // our child, and a program that cannot start says why.
-#include "session/launch.h"
-#include "session/process.h"
+#include "platform/linux/launch.h"
+#include "platform/linux/process.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>

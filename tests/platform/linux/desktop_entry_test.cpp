@@ -1,5 +1,5 @@
 // Desktop entries: reading them from real files, expanding Exec, matching windows.
-#include "session/desktop_entry.h"
+#include "platform/linux/desktop_entry.h"
 
 #include "support/scoped_variable.h"
 #include "support/temp_dir.h"

@@ -1,5 +1,5 @@
 // Reading desktop entries, expanding their Exec lines and matching them to windows.
-#include "session/desktop_entry.h"
+#include "platform/linux/desktop_entry.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,8 +1,8 @@
 // Launch::detached: a double fork, so the application outlives Tarnwick and is
 // never one of its children to reap.
-#include "session/launch.h"
+#include "platform/linux/launch.h"
 
-#include "store/unique_fd.h"
+#include "model/unique_fd.h"
 
 #include <cerrno>
 #include <cstdint>

@@ -1,5 +1,5 @@
 // The window half of the macOS backend, bound to HIServices' Accessibility calls.
-#include "access/axo_mac.h"
+#include "platform/mac/axo_mac.h"
 
 #include <ApplicationServices/ApplicationServices.h>
 #include <dlfcn.h>

@@ -1,7 +1,7 @@
 // The macOS backend: applications through NSWorkspace, windows through AXMac.
-#include "session/platform_mac.h"
+#include "platform/mac/platform_mac.h"
 
-#include "access/axo_mac.h"
+#include "platform/mac/axo_mac.h"
 #include "model/invariant.h"
 
 #import <AppKit/AppKit.h>
@@ -204,6 +204,8 @@ public:
     bool separateInstances() override { return false; }
     // Launch Services checks the signature of the bundle it opens.
     bool opensRecordedApplications() override { return true; }
+    // A bundle is opened, not run by a command line that could be shown beforehand.
+    std::optional<std::vector<std::string>> launchArguments(const std::string&) override { return std::nullopt; }
     // A Mac restore reopens windows through documents and scripts, never this way.
     bool openNewWindow(const App&, ErrorSink) override { return false; }
     std::optional<std::string> windowManagerName() override { return std::nullopt; }

@@ -8,9 +8,6 @@
 
 namespace tarnwick {
 
-// Tarnwick's own identifier on a Linux desktop: its desktop entry's id.
-inline constexpr const char* x11OwnIdentifier = "com.tarnwick.Tarnwick.desktop";
-
 // A backend on the display `display` (empty: $DISPLAY); nothing, with a
 // one-line reason, when there is no display to talk to.
 std::unique_ptr<Platform> openX11Platform(const std::string& display, std::string& why);
