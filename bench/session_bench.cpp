@@ -76,6 +76,7 @@ public:
     }
     bool separateInstances() override { return timed([&] { return inner_.separateInstances(); }); }
     bool desktopLost() override { return timed([&] { return inner_.desktopLost(); }); }
+    std::vector<Output> outputs() override { return timed([&] { return inner_.outputs(); }); }
     bool opensRecordedApplications() override {
         return timed([&] { return inner_.opensRecordedApplications(); });
     }

@@ -129,6 +129,8 @@ void addWindowManagerState(const Element& element, WindowState& window) {
         if (auto* on = std::get_if<bool>(&*value)) window.maximizedHorizontally = *on;
     if (auto value = attr(element, maximizedVerticallyAttribute))
         if (auto* on = std::get_if<bool>(&*value)) window.maximizedVertically = *on;
+    if (auto value = attr(element, outputAttribute))
+        if (auto* name = std::get_if<std::string>(&*value); name && !name->empty()) window.output = *name;
 }
 
 void setInteger(const Element& element, const std::string& name, std::int64_t value) {

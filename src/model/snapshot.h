@@ -28,6 +28,9 @@ struct WindowState {
     std::optional<std::int64_t> workspace = std::nullopt;
     std::optional<bool> maximizedHorizontally = std::nullopt;
     std::optional<bool> maximizedVertically = std::nullopt;
+    // The output (monitor) the window was on, by the name the desktop gives it
+    // ("DP-1"), where it tells (Linux).
+    std::optional<std::string> output = std::nullopt;
 
     bool operator==(const WindowState&) const = default;
 };

@@ -187,10 +187,11 @@ public:
     }
 
     bool window(element value, const Where& where, WindowState& out) {
-        enum { title, document, frame_, minimized, fullScreen, workspace, maximizedHorizontally, maximizedVertically };
-        static constexpr std::array<std::string_view, 8> keys{
+        enum { title, document, frame_, minimized, fullScreen, workspace, maximizedHorizontally, maximizedVertically,
+               output };
+        static constexpr std::array<std::string_view, 9> keys{
             "title",     "document",  "frame", "minimized", "fullScreen", "workspace", "maximizedHorizontally",
-            "maximizedVertically"};
+            "maximizedVertically", "output"};
         object obj;
         if (!asObject(value, where, obj)) return false;
         Members members(obj, keys);
@@ -201,7 +202,8 @@ public:
                required(members, fullScreen, where, out.fullScreen, &Reader::flag) &&
                linuxOnly(members, workspace, where, out.workspace, &Reader::integer) &&
                linuxOnly(members, maximizedHorizontally, where, out.maximizedHorizontally, &Reader::flag) &&
-               linuxOnly(members, maximizedVertically, where, out.maximizedVertically, &Reader::flag);
+               linuxOnly(members, maximizedVertically, where, out.maximizedVertically, &Reader::flag) &&
+               linuxOnly(members, output, where, out.output, &Reader::text);
     }
 
     // A list of texts, each item a string.

@@ -172,6 +172,7 @@ void writeWindow(Writer& w, const WindowState& window) {
     if (window.maximizedHorizontally) w.key("maximizedHorizontally"), w.boolean(*window.maximizedHorizontally);
     if (window.maximizedVertically) w.key("maximizedVertically"), w.boolean(*window.maximizedVertically);
     w.key("minimized"), w.boolean(window.minimized);
+    if (window.output) w.key("output"), w.string(*window.output);
     if (window.title) w.key("title"), w.string(*window.title);
     if (window.workspace) w.key("workspace"), w.integer(*window.workspace);
     w.endObject();

@@ -3,6 +3,7 @@
 
 #include "model/invariant.h"
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 
@@ -23,6 +24,20 @@ Platform& platform() {
     Platform* backend = installed.load(std::memory_order_acquire);
     if (backend == nullptr) invariantFailed("no desktop backend is installed");
     return *backend;
+}
+
+std::optional<std::string> outputHolding(const Frame& frame, const std::vector<Output>& outputs) {
+    std::optional<std::string> best;
+    double largest = 0;
+    for (const Output& output : outputs) {
+        double wide = std::min(frame.x + frame.w, output.frame.x + output.frame.w) - std::max(frame.x, output.frame.x);
+        double tall = std::min(frame.y + frame.h, output.frame.y + output.frame.h) - std::max(frame.y, output.frame.y);
+        if (wide > 0 && tall > 0 && wide * tall > largest) {
+            largest = wide * tall;
+            best = output.name;
+        }
+    }
+    return best;
 }
 
 void setPlatformLog(std::function<void(const std::string& line)> sink) {

@@ -111,6 +111,18 @@ struct LaunchRequest {
 // returned, so it must own everything it uses.
 using ErrorSink = std::function<void(const std::string& description)>;
 
+// One output (monitor) of the desktop: the name the system gives it ("DP-1")
+// and where it sits, in the coordinates of window frames.
+struct Output {
+    std::string name;
+    Frame frame;
+
+    bool operator==(const Output&) const = default;
+};
+
+// The output that holds the largest part of the frame; nothing when none holds any of it.
+std::optional<std::string> outputHolding(const Frame& frame, const std::vector<Output>& outputs);
+
 // One table of desktop operations, filled once per backend: macOS, the
 // simulated desktop of the tests, and later X11. Nothing above it calls the
 // operating system for windows, applications, files or time.
@@ -183,6 +195,11 @@ public:
     // display broke, as when the X server ends). Nothing can be read or placed
     // after that, so a restore or a capture stops. Never on a Mac.
     virtual bool desktopLost() = 0;
+
+    // The outputs (monitors) as they are now, in the system's order; empty
+    // where the system does not tell (a Mac), and then frames are written as
+    // they were recorded.
+    virtual std::vector<Output> outputs() = 0;
 
     // Files and the user.
     virtual bool fileExists(const std::string& path) = 0;

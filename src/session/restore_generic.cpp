@@ -5,6 +5,7 @@
 #include "model/printable.h"
 #include "store/log.h"
 
+#include <algorithm>
 #include <cmath>
 #include <set>
 
@@ -104,6 +105,29 @@ void settle(const std::vector<Placed>& placed) {
 
 }  // namespace
 
+Frame ontoOutputs(const Frame& frame, const std::optional<std::string>& recorded, const std::vector<Output>& outputs) {
+    if (outputs.empty() || outputHolding(frame, outputs)) return frame;
+    // The gap between two rectangles, squared; 0 where they touch.
+    auto gap = [&](const Frame& o) {
+        double dx = std::max({0.0, o.x - (frame.x + frame.w), frame.x - (o.x + o.w)});
+        double dy = std::max({0.0, o.y - (frame.y + frame.h), frame.y - (o.y + o.h)});
+        return dx * dx + dy * dy;
+    };
+    const Output* target = nullptr;
+    for (const Output& output : outputs)
+        if (recorded && output.name == *recorded) target = &output;
+    if (target == nullptr)
+        for (const Output& output : outputs)
+            if (target == nullptr || gap(output.frame) < gap(target->frame)) target = &output;
+    const Frame& o = target->frame;
+    Frame placed = frame;
+    placed.w = std::min(frame.w, o.w);
+    placed.h = std::min(frame.h, o.h);
+    placed.x = std::clamp(frame.x, o.x, o.x + o.w - placed.w);
+    placed.y = std::clamp(frame.y, o.y, o.y + o.h - placed.h);
+    return placed;
+}
+
 std::vector<Element> waitForWindows(std::int32_t pid, std::int64_t expected, double timeout) {
     Platform& desktop = platform();
     double deadline = desktop.monotonicSeconds() + timeout;
@@ -125,6 +149,8 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
 
     // What was asked of each window, to be looked at again where a window manager keeps them.
     const bool managed = platform().windowManagerName().has_value();
+    // A monitor may have gone since the snapshot: no window is put where none shows it.
+    const std::vector<Output> outputs = platform().outputs();
     std::vector<Placed> placed;
 
     // Greedy in saved order: a window without a match takes whatever is first,
@@ -142,6 +168,13 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
         if (frame && !frame->placeable()) {
             log(printable("restore " + app.name + ": a frame that no screen can show left out"));
             frame.reset();
+        }
+        if (frame) {
+            Frame shown = ontoOutputs(*frame, saved.output, outputs);
+            if (!(shown == *frame))
+                log(printable("restore " + app.name + ": a window outside every screen now put on " +
+                              outputHolding(shown, outputs).value_or("a screen")));
+            frame = shown;
         }
         std::optional<size_t> pick;
         if (saved.document && !live.empty()) pick = firstWith(live, "AXDocument", *saved.document);

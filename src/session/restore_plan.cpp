@@ -202,6 +202,7 @@ public:
     }
     std::optional<std::string> windowManagerName() override { return desktop_.windowManagerName(); }
     bool desktopLost() override { return desktop_.desktopLost(); }
+    std::vector<Output> outputs() override { return desktop_.outputs(); }
 
     // Files and the user.
     bool fileExists(const std::string& path) override { return desktop_.fileExists(path); }

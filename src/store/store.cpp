@@ -192,6 +192,7 @@ public:
         add(w.workspace ? std::optional<std::uint64_t>(static_cast<std::uint64_t>(*w.workspace)) : std::nullopt);
         for (const auto& flag : {w.maximizedHorizontally, w.maximizedVertically})
             add(flag ? std::optional<std::uint64_t>(*flag) : std::nullopt);
+        add(w.output);
     }
     void add(const ScriptedWindow& w) {
         add(w.frame), add(w.items), add(static_cast<std::uint64_t>(w.activeIndex));

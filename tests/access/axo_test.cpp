@@ -305,3 +305,34 @@ TEST_F(AXOTest, AttrOfEmptyHandleIsAbsentWithoutAsking) {
 
 }  // namespace
 }  // namespace tarnwick
+
+namespace tarnwick {
+namespace {
+
+TEST_F(AXOTest, TheWindowManagersStatesIncludeTheOutputByName) {
+    SimWindow window = titled("Doc");
+    window.overrides["TWWorkspace"] = std::int64_t{1};
+    window.overrides["TWOutput"] = std::string("DP-2");
+    desktop.addWindow(pid, window);
+    WindowState state = AXO::state(elementTitled("Doc"));
+    AXO::addWindowManagerState(elementTitled("Doc"), state);
+    EXPECT_EQ(state.workspace, 1);
+    EXPECT_EQ(state.output, "DP-2");
+}
+
+TEST_F(AXOTest, AnOutputThatIsNoNameIsNotRecorded) {
+    SimWindow unnamed = titled("Empty");
+    unnamed.overrides["TWOutput"] = std::string();
+    desktop.addWindow(pid, unnamed);
+    SimWindow numbered = titled("Numbered");
+    numbered.overrides["TWOutput"] = std::int64_t{1};
+    desktop.addWindow(pid, numbered);
+    for (const char* title : {"Empty", "Numbered"}) {
+        WindowState state = AXO::state(elementTitled(title));
+        AXO::addWindowManagerState(elementTitled(title), state);
+        EXPECT_EQ(state.output, std::nullopt) << title;
+    }
+}
+
+}  // namespace
+}  // namespace tarnwick

@@ -315,6 +315,7 @@ Snapshot linuxSnapshot() {
     window.workspace = 1;
     window.maximizedHorizontally = false;
     window.maximizedVertically = true;
+    window.output = "DP-2";
     AppState logo{"XLogo", std::nullopt, "/usr/bin/xlogo", AppKind::generic, false, {window}, {}};
     logo.commandLine = std::vector<std::string>{"/usr/bin/xlogo", "-geometry", "300x200+10+20"};
     AppState terminal{"XTerm", "debian-xterm.desktop", "/usr/share/applications/debian-xterm.desktop",
@@ -339,6 +340,7 @@ TEST(SnapshotJsonLinux, NewFieldsAreWrittenInKeyOrderOnlyWhenPresent) {
           "maximizedHorizontally" : false,
           "maximizedVertically" : true,
           "minimized" : false,
+          "output" : "DP-2",
           "title" : "Logo",
           "workspace" : 1
         })"),
@@ -357,7 +359,8 @@ TEST(SnapshotJsonLinux, NewFieldsAreWrittenInKeyOrderOnlyWhenPresent) {
 TEST(SnapshotJsonLinux, AMacSessionCarriesNoneOfThem) {
     auto text = encodeSnapshot(exampleSnapshot());
     ASSERT_TRUE(text);
-    for (const char* key : {"workspace", "maximizedHorizontally", "maximizedVertically", "commandLine", "workingDirectory"})
+    for (const char* key : {"workspace", "maximizedHorizontally", "maximizedVertically", "output", "commandLine",
+                            "workingDirectory"})
         EXPECT_EQ(text->find(key), std::string::npos) << key;
 }
 
@@ -367,6 +370,7 @@ TEST(SnapshotJsonLinux, NewFieldsReadBackEqual) {
     ASSERT_TRUE(back);
     EXPECT_TRUE(sameSnapshot(*back, s));
     EXPECT_EQ(back->apps[0].windows[0].workspace, 1);
+    EXPECT_EQ(back->apps[0].windows[0].output, "DP-2");
     EXPECT_EQ(back->apps[0].commandLine->size(), 3u);
     EXPECT_EQ(back->apps[1].workingDirectory, "/home/someone/project");
     // A difference in any of them is a different session.
@@ -376,6 +380,9 @@ TEST(SnapshotJsonLinux, NewFieldsReadBackEqual) {
     Snapshot elsewhere = s;
     elsewhere.apps[1].workingDirectory = "/tmp";
     EXPECT_FALSE(sameList(elsewhere.apps, s.apps));
+    Snapshot otherScreen = s;
+    otherScreen.apps[0].windows[0].output = "DP-1";
+    EXPECT_FALSE(sameList(otherScreen.apps, s.apps));
 }
 
 // The session without what only Linux records.
@@ -387,6 +394,7 @@ Snapshot withoutLinuxKeys(Snapshot s) {
             window.workspace.reset();
             window.maximizedHorizontally.reset();
             window.maximizedVertically.reset();
+            window.output.reset();
         }
     }
     return s;
@@ -415,6 +423,7 @@ TEST(SnapshotJsonLinux, AWrongTypeReadsAsAbsentAndLosesNothingElse) {
          [](Snapshot& s) { s.apps[0].windows[0].maximizedVertically.reset(); }},
         {R"("maximizedHorizontally" : false)", R"("maximizedHorizontally" : "no")",
          [](Snapshot& s) { s.apps[0].windows[0].maximizedHorizontally.reset(); }},
+        {R"("output" : "DP-2")", R"("output" : 2)", [](Snapshot& s) { s.apps[0].windows[0].output.reset(); }},
         {R"("commandLine" : [)", R"("commandLine" : 5, "x-was" : [)",
          [](Snapshot& s) { s.apps[0].commandLine.reset(); }},
         // One word of the wrong type: the whole command line, not a part of it.
@@ -504,7 +513,8 @@ TEST(SnapshotJsonLinux, AReaderThatKnowsNoneOfThemStillReadsTheRest) {
     // Unknown keys are ignored: what a reader without these fields sees is the
     // session without them.
     std::string text = *encodeSnapshot(linuxSnapshot());
-    for (const char* key : {"workspace", "maximizedHorizontally", "maximizedVertically", "commandLine", "workingDirectory"}) {
+    for (const char* key : {"workspace", "maximizedHorizontally", "maximizedVertically", "output", "commandLine",
+                            "workingDirectory"}) {
         std::string renamed = text;
         for (size_t at = renamed.find(std::string("\"") + key + "\""); at != std::string::npos;
              at = renamed.find(std::string("\"") + key + "\"", at + 1))

@@ -425,3 +425,72 @@ TEST_F(RestoreGenericTest, WithoutAWindowManagerFramesAreWrittenOnceAndNeverLook
 
 }  // namespace
 }  // namespace tarnwick
+
+namespace tarnwick {
+namespace {
+
+const std::vector<Output> twoScreens{{"DP-1", Frame{0, 0, 1280, 800}}, {"DP-2", Frame{1280, 0, 1920, 1080}}};
+
+TEST(OntoOutputs, AFrameAnyOutputShowsPartOfStaysAsItIs) {
+    EXPECT_EQ(Restore::ontoOutputs(Frame{1500, 100, 400, 300}, "DP-2", twoScreens), (Frame{1500, 100, 400, 300}));
+    // Half off the right edge of the last screen: still partly shown, so the user's own choice.
+    EXPECT_EQ(Restore::ontoOutputs(Frame{3000, 900, 400, 300}, "DP-2", twoScreens), (Frame{3000, 900, 400, 300}));
+    // Across two screens.
+    EXPECT_EQ(Restore::ontoOutputs(Frame{1100, 10, 400, 300}, "DP-1", twoScreens), (Frame{1100, 10, 400, 300}));
+}
+
+TEST(OntoOutputs, WithNoOutputsKnownNothingMoves) {
+    EXPECT_EQ(Restore::ontoOutputs(Frame{-5000, 9000, 400, 300}, "DP-2", {}), (Frame{-5000, 9000, 400, 300}));
+}
+
+TEST(OntoOutputs, AFrameOnAScreenThatIsGoneComesOntoTheNearestWhole) {
+    const std::vector<Output> one{twoScreens[0]};
+    // It was on the second screen, right of the first.
+    EXPECT_EQ(Restore::ontoOutputs(Frame{1500, 100, 400, 300}, "DP-2", one), (Frame{880, 100, 400, 300}));
+    // Below and left of it: both coordinates come in.
+    EXPECT_EQ(Restore::ontoOutputs(Frame{-900, 1200, 400, 300}, std::nullopt, one), (Frame{0, 500, 400, 300}));
+    // Larger than the screen: made as large as the screen, never larger.
+    EXPECT_EQ(Restore::ontoOutputs(Frame{1300, 0, 1900, 1000}, "DP-2", one), (Frame{0, 0, 1280, 800}));
+}
+
+TEST(OntoOutputs, TheNearestOfSeveralIsChosenByTheGapBetweenThem) {
+    const std::vector<Output> apart{{"left", Frame{0, 0, 1000, 800}}, {"right", Frame{3000, 0, 1000, 800}}};
+    EXPECT_EQ(Restore::ontoOutputs(Frame{2500, 100, 200, 100}, std::nullopt, apart), (Frame{3000, 100, 200, 100}));
+    EXPECT_EQ(Restore::ontoOutputs(Frame{1200, 100, 200, 100}, std::nullopt, apart), (Frame{800, 100, 200, 100}));
+}
+
+TEST(OntoOutputs, TheRecordedOutputIsPreferredWhileItIsThere) {
+    // The screens moved: the frame lies outside both, nearer the first, but it was on the second.
+    const std::vector<Output> moved{{"DP-1", Frame{0, 0, 1280, 800}}, {"DP-2", Frame{0, 800, 1920, 1080}}};
+    EXPECT_EQ(Restore::ontoOutputs(Frame{1500, 100, 400, 300}, "DP-2", moved), (Frame{1500, 800, 400, 300}));
+}
+
+TEST_F(RestoreGenericTest, AWindowOutsideEveryScreenIsPutOnTheNearestAndTheLogSaysSo) {
+    desktop.screens = {twoScreens[0]};
+    auto pid = running({live("Doc")});
+    WindowState window = saved("Doc", Frame{1500, 100, 400, 300});
+    window.output = "DP-2";
+    app.windows = {window};
+    restore(pid, false);
+    ASSERT_FALSE(desktop.writes.empty());
+    EXPECT_EQ(desktop.writes[1].attribute, "AXPosition");
+    EXPECT_EQ(desktop.writes[1].value, AttrValue(Point{880, 100}));
+    EXPECT_NE(log.newText().find("restore Editor: a window outside every screen now put on DP-1"), std::string::npos)
+        << log.newText();
+    EXPECT_EQ(result.windows, 1);
+}
+
+TEST_F(RestoreGenericTest, AWindowOnTheSecondScreenGoesBackThereWhileItIsThere) {
+    desktop.screens = twoScreens;
+    auto pid = running({live("Doc")});
+    WindowState window = saved("Doc", Frame{1500, 100, 400, 300});
+    window.output = "DP-2";
+    app.windows = {window};
+    restore(pid, false);
+    ASSERT_GE(desktop.writes.size(), 2u);
+    EXPECT_EQ(desktop.writes[1].value, AttrValue(Point{1500, 100}));
+    EXPECT_EQ(log.newText().find("outside every screen"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace tarnwick

@@ -157,6 +157,9 @@ public:
     // ended): desktopLost says so, and nothing else changes.
     std::optional<double> lostAt;
     std::string home = "/Users/tester";
+    // The outputs (monitors) it says it has: none, as on a Mac, unless a test
+    // gives some.
+    std::vector<Output> screens;
     Date startDate;
 
     // How often each operation was called: "copyAttribute:AXWindows",
@@ -207,6 +210,7 @@ public:
     bool openNewWindow(const App& app, ErrorSink onError) override;
     std::optional<std::string> windowManagerName() override;
     bool desktopLost() override;
+    std::vector<Output> outputs() override { return screens; }
 
     bool fileExists(const std::string& path) override;
     std::string homeDirectory() override;

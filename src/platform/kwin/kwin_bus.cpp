@@ -169,6 +169,21 @@ std::string Bus::nextToken() {
     return std::to_string(::getpid()) + "-" + std::to_string(state_->counter);
 }
 
+std::optional<std::string> Bus::supportInformation(std::string& why) {
+    CallError error;
+    sd_bus_message* raw = nullptr;
+    int result = sd_bus_call_method(state_->bus.get(), kwinService, "/KWin", "org.kde.KWin", "supportInformation",
+                                    &error.error, &raw, "");
+    Message reply(raw);
+    const char* text = nullptr;
+    if (result >= 0) result = sd_bus_message_read_basic(reply.get(), 's', &text);
+    if (result < 0 || text == nullptr) {
+        why = "supportInformation: " + error.text(result);
+        return std::nullopt;
+    }
+    return std::string(text);
+}
+
 std::optional<std::string> Bus::runScript(const std::string& source, const std::string& token,
                                           std::chrono::milliseconds timeout, std::string& why) {
     State& s = *state_;

@@ -40,6 +40,10 @@ public:
     std::optional<std::string> runScript(const std::string& source, const std::string& token,
                                          std::chrono::milliseconds timeout, std::string& why);
 
+    // KWin's own description of itself for bug reports (org.kde.KWin
+    // supportInformation); nothing, with the reason in `why`, when it does not answer.
+    std::optional<std::string> supportInformation(std::string& why);
+
     // Whether the connection to the session bus has closed.
     bool lost() const;
 

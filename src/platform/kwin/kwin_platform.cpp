@@ -149,7 +149,10 @@ public:
         }
         if (name == maximizedHorizontallyAttribute) return facts.maximizedHorizontally;
         if (name == maximizedVerticallyAttribute) return facts.maximizedVertically;
-        if (name == outputAttribute) return facts.output;
+        if (name == outputAttribute) {
+            if (facts.output.empty()) return std::nullopt;
+            return facts.output;
+        }
         // Documents and everything else: KWin knows nothing of them.
         return std::nullopt;
     }
@@ -240,6 +243,12 @@ public:
     // Where a capture says it saw the windows: the compositor, and that it is Wayland.
     std::optional<std::string> windowManagerName() override { return std::string("KWin (Wayland)"); }
 
+    std::vector<Output> outputs() override {
+        std::lock_guard<std::mutex> hold(lock_);
+        if (!listingLocked()) return {};
+        return outputs_;
+    }
+
     // Changes asked for go out before a wait: the wait is for them to happen.
     void sleep(double seconds) override {
         {
@@ -324,6 +333,7 @@ private:
             listing_.reset();
             return nullptr;
         }
+        nameOutputsLocked(*parsed);
         auto windows = std::make_shared<Windows>();
         for (KWin::WindowFacts& facts : parsed->windows) {
             std::int32_t pid = facts.pid;
@@ -334,8 +344,37 @@ private:
         lastSeen_ = windows;
         listingTaken_ = std::chrono::steady_clock::now();
         active_ = parsed->active;
+        outputs_ = std::move(parsed->outputs);
         maximizedAsked_.clear();
         return listing_;
+    }
+
+    // HACK: a KWin 5 script knows outputs by index only; KWin's support
+    // information names them, with their geometry. Asked again only when the
+    // outputs change.
+    void nameOutputsLocked(KWin::Listing& listing) {
+        bool unnamed = false;
+        for (const Output& output : listing.outputs) unnamed = unnamed || output.name.empty();
+        if (!unnamed) return;
+        std::vector<Frame> frames;
+        for (const Output& output : listing.outputs) frames.push_back(output.frame);
+        if (frames != describedFrames_) {
+            std::string why;
+            auto text = bus_->supportInformation(why);
+            described_ = text ? KWin::outputsDescribed(*text) : std::vector<Output>{};
+            describedFrames_ = frames;
+        }
+        for (Output& output : listing.outputs)
+            for (const Output& described : described_)
+                if (output.name.empty() && described.frame == output.frame) output.name = described.name;
+        // Windows name their output by its index there.
+        for (KWin::WindowFacts& window : listing.windows) {
+            if (window.output.empty() ||
+                window.output.find_first_not_of("0123456789") != std::string::npos || window.output.size() > 4)
+                continue;
+            size_t index = std::stoul(window.output);
+            window.output = index < listing.outputs.size() ? listing.outputs[index].name : std::string();
+        }
     }
 
     // A window's maximized state (vertically, horizontally): as last asked
@@ -389,6 +428,9 @@ private:
     std::shared_ptr<const Windows> lastSeen_;  // the latest, however old
     std::chrono::steady_clock::time_point listingTaken_;
     std::optional<std::string> active_;
+    std::vector<Output> outputs_;           // as the latest listing found them
+    std::vector<Output> described_;         // KWin 5: the outputs' names, from its support information
+    std::vector<Frame> describedFrames_;    // the outputs they were asked for
     std::map<std::string, std::pair<bool, bool>> maximizedAsked_;
     std::vector<KWin::Change> pending_;
     std::chrono::steady_clock::time_point lastChange_;

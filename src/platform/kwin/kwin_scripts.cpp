@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <sstream>
 
 namespace tarnwick::KWin {
 
@@ -56,7 +57,18 @@ std::string listingScript(const ReplyAddress& to, const std::string& token) {
     // window (a call within KWin, no round trip of ours) and answers once
     // all have answered.
     return std::string("(function () {\n") + prelude +
-           "var out = {windows: [], active: tw_active ? String(tw_active.internalId) : null};\n"
+           "var out = {windows: [], active: tw_active ? String(tw_active.internalId) : null, outputs: []};\n"
+           "if (workspace.screens !== undefined) {\n"
+           "  workspace.screens.forEach(function (o) {\n"
+           "    var g = o.geometry;\n"
+           "    out.outputs.push({name: String(o.name), x: g.x, y: g.y, width: g.width, height: g.height});\n"
+           "  });\n"
+           "} else {\n"
+           "  for (var i = 0; i < workspace.numScreens; i++) {\n"
+           "    var a = workspace.clientArea(KWin.ScreenArea, i, workspace.currentDesktop);\n"
+           "    out.outputs.push({name: \"\", x: a.x, y: a.y, width: a.width, height: a.height});\n"
+           "  }\n"
+           "}\n"
            "var left = tw_list.length;\n"
            "function done() {\n  " +
            answer(to, token, "JSON.stringify(out)") +
@@ -71,7 +83,7 @@ std::string listingScript(const ReplyAddress& to, const std::string& token) {
            "           x: g.x, y: g.y, width: g.width, height: g.height,\n"
            "           minimized: !!c.minimized, fullScreen: !!c.fullScreen,\n"
            "           desktop: typeof c.desktop === \"number\" ? c.desktop : null,\n"
-           "           output: typeof c.screen === \"number\" ? c.screen : 0,\n"
+           "           output: c.output ? String(c.output.name) : typeof c.screen === \"number\" ? String(c.screen) : \"\",\n"
            "           normal: !!c.normalWindow, dialog: !!c.dialog, transient: !!c.transient,\n"
            "           desktopPart: !!(c.desktopWindow || c.dock),\n"
            "           maximizedHorizontally: false, maximizedVertically: false};\n"
@@ -131,14 +143,50 @@ std::optional<Listing> parseListing(const std::string& payload) {
         w.maximizedHorizontally = flag("maximizedHorizontally");
         w.maximizedVertically = flag("maximizedVertically");
         if (auto desktop = numberOf("desktop")) w.desktop = static_cast<std::int64_t>(*desktop);
-        w.output = static_cast<std::int64_t>(numberOf("output").value_or(0));
+        textOf("output", w.output);
         w.normal = flag("normal");
         w.dialog = flag("dialog");
         w.transient = flag("transient");
         w.desktopPart = flag("desktopPart");
         listing.windows.push_back(std::move(w));
     }
+    simdjson::dom::array outputs;
+    if (!root["outputs"].get(outputs))
+        for (simdjson::dom::element item : outputs) {
+            Output output;
+            std::string_view name;
+            if (!item["name"].get(name)) output.name = std::string(name);
+            double* fields[] = {&output.frame.x, &output.frame.y, &output.frame.w, &output.frame.h};
+            const char* keys[] = {"x", "y", "width", "height"};
+            bool whole = true;
+            for (size_t i = 0; i < 4; ++i) whole = whole && !item[keys[i]].get(*fields[i]);
+            if (whole && output.frame.w > 0 && output.frame.h > 0) listing.outputs.push_back(std::move(output));
+        }
     return listing;
+}
+
+std::vector<Output> outputsDescribed(const std::string& supportInformation) {
+    std::vector<Output> found;
+    std::istringstream lines(supportInformation);
+    std::string line;
+    std::optional<std::string> name;
+    while (std::getline(lines, line)) {
+        if (line.rfind("Screen ", 0) == 0 && !line.empty() && line.back() == ':') {
+            name.reset();
+        } else if (line.rfind("Name: ", 0) == 0) {
+            name = line.substr(6);
+        } else if (line.rfind("Geometry: ", 0) == 0 && name) {
+            Output output{*name, {}};
+            char comma = 0, times = 0;
+            std::istringstream geometry(line.substr(10));
+            if (geometry >> output.frame.x >> comma >> output.frame.y >> comma >> output.frame.w >> times >>
+                    output.frame.h &&
+                times == 'x')
+                found.push_back(std::move(output));
+            name.reset();
+        }
+    }
+    return found;
 }
 
 std::string changeScript(const std::vector<Change>& changes, const ReplyAddress& to, const std::string& token) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/kwin/kwin_bus.h"
+#include "platform/platform.h"
 
 #include <cstdint>
 #include <optional>
@@ -25,7 +26,7 @@ struct WindowFacts {
     bool maximizedHorizontally = false;
     bool maximizedVertically = false;
     std::optional<std::int64_t> desktop;  // KWin's virtual desktop, counted from 1; -1 on all
-    std::int64_t output = 0;              // the index of the output (screen) it is on
+    std::string output;  // the output (screen) it is on: its name, or on KWin 5 its index
     bool normal = false;
     bool dialog = false;
     bool transient = false;
@@ -35,7 +36,13 @@ struct WindowFacts {
 struct Listing {
     std::vector<WindowFacts> windows;  // in KWin's order
     std::optional<std::string> active; // the id of the active window
+    std::vector<Output> outputs;       // in KWin's order; on KWin 5 without names
 };
+
+// The outputs' names by their geometry, from KWin's support information
+// ("Screen 0:" … "Name: Virtual-0" … "Geometry: 0,0,1280x800"): a KWin 5
+// script learns outputs by index only.
+std::vector<Output> outputsDescribed(const std::string& supportInformation);
 
 // Lists every window with its states and sends it all back in one call.
 std::string listingScript(const ReplyAddress& to, const std::string& token);

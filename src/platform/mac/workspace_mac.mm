@@ -211,6 +211,8 @@ public:
     std::optional<std::string> windowManagerName() override { return std::nullopt; }
     // The window server outlives every application.
     bool desktopLost() override { return false; }
+    // Frames are put back as recorded: the system itself keeps windows on a screen.
+    std::vector<Output> outputs() override { return {}; }
 
     bool fileExists(const std::string& path) override {
         @autoreleasepool {

@@ -3,6 +3,7 @@
 
 #include "model/utf8.h"
 
+#include <xcb/randr.h>
 #include <xcb/res.h>
 #include <xcb/xcb.h>
 #include <xcb/xcb_ewmh.h>
@@ -84,6 +85,7 @@ struct Pass {
     bool managerAnswers = false;
     std::vector<WindowID> clients;
     std::map<WindowID, Facts> facts;
+    std::vector<Output> outputs;
     std::set<WindowID> stale;  // written to since: asked again before they are read
 };
 
@@ -107,6 +109,7 @@ struct Connection::State {
     xcb_atom_t changeState = XCB_ATOM_NONE;  // WM_CHANGE_STATE, the ICCCM iconify request
     xcb_atom_t gtkApplicationId = XCB_ATOM_NONE;  // _GTK_APPLICATION_ID
     bool resourceExtension = false;          // X-Resource, for the pid of a client that never says
+    bool randr = false;                      // RandR, for the monitors
 
     // A window's owner never changes while it exists, but the server hands a
     // destroyed window's id to the next client that asks (a program quit and
@@ -247,7 +250,33 @@ struct Connection::State {
         made->managerAnswers = managerAnswers();
         made->clients = clients();
         made->facts = factsFor(made->clients);
+        made->outputs = monitors();
         return made;
+    }
+
+    // RandR's monitors (1.5): what the desktop's own settings call screens,
+    // one per output, or several outputs shown as one. None where the server
+    // does not tell.
+    std::vector<Output> monitors() {
+        std::vector<Output> found;
+        if (!randr) return found;
+        Reply<xcb_randr_get_monitors_reply_t> reply(
+            xcb_randr_get_monitors_reply(connection, xcb_randr_get_monitors(connection, root, 1), nullptr));
+        if (!reply) return found;
+        std::vector<std::pair<xcb_get_atom_name_cookie_t, Frame>> asked;
+        for (auto it = xcb_randr_get_monitors_monitors_iterator(reply.get()); it.rem > 0;
+             xcb_randr_monitor_info_next(&it))
+            asked.emplace_back(xcb_get_atom_name(connection, it.data->name),
+                               Frame{double(it.data->x), double(it.data->y), double(it.data->width),
+                                     double(it.data->height)});
+        for (auto& [cookie, frame] : asked) {
+            Reply<xcb_get_atom_name_reply_t> name(xcb_get_atom_name_reply(connection, cookie, nullptr));
+            if (!name || frame.w <= 0 || frame.h <= 0) continue;
+            found.push_back(Output{std::string(xcb_get_atom_name_name(name.get()),
+                                               static_cast<size_t>(xcb_get_atom_name_name_length(name.get()))),
+                                   frame});
+        }
+        return found;
     }
 
     // The facts of these windows, every question sent before the first answer is read.
@@ -522,10 +551,19 @@ std::unique_ptr<Connection> Connection::open(const std::string& display, std::st
     if (gtk) state->gtkApplicationId = gtk->atom;
     const xcb_query_extension_reply_t* resources = xcb_get_extension_data(state->connection, &xcb_res_id);
     state->resourceExtension = resources != nullptr && resources->present;
+    const xcb_query_extension_reply_t* randr = xcb_get_extension_data(state->connection, &xcb_randr_id);
+    if (randr != nullptr && randr->present) {
+        // Monitors came with RandR 1.5; an older server answers no such request.
+        Reply<xcb_randr_query_version_reply_t> version(xcb_randr_query_version_reply(
+            state->connection, xcb_randr_query_version(state->connection, 1, 5), nullptr));
+        state->randr = version && (version->major_version > 1 || version->minor_version >= 5);
+    }
     return std::unique_ptr<Connection>(new Connection(std::move(state)));
 }
 
 bool Connection::windowManagerAnswers() { return state_->current()->managerAnswers; }
+
+std::vector<Output> Connection::outputs() { return state_->current()->outputs; }
 
 bool Connection::lost() { return xcb_connection_has_error(state_->connection) != 0; }
 
@@ -626,6 +664,12 @@ std::optional<AttrValue> Connection::copyAttribute(const Element& element, const
     }
     if (name == maximizedHorizontallyAttribute) return has(s.ewmh._NET_WM_STATE_MAXIMIZED_HORZ);
     if (name == maximizedVerticallyAttribute) return has(s.ewmh._NET_WM_STATE_MAXIMIZED_VERT);
+    if (name == outputAttribute) {
+        if (!facts->frame) return std::nullopt;
+        const Rect& r = *facts->frame;
+        if (auto output = outputHolding(Frame{r.x, r.y, r.w, r.h}, s.current()->outputs)) return *output;
+        return std::nullopt;
+    }
     // Documents ("AXDocument") and everything else: X11 has no such property.
     return std::nullopt;
 }

@@ -49,6 +49,8 @@ public:
     // Whether the connection broke (the server went away); for good, then:
     // every request fails and every reply is missing.
     bool lost();
+    // The monitors, as RandR 1.5 tells them; none from an older server.
+    std::vector<Output> outputs();
 
     // Managed client windows in the window manager's order, and their owners.
     std::vector<WindowID> clientWindows();

@@ -51,6 +51,7 @@ public:
     }
 
     bool desktopLost() override { return x_->lost(); }
+    std::vector<Output> outputs() override { return x_->outputs(); }
 
     void sleep(double seconds) override {
         if (seconds > 0) std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
