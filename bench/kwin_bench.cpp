@@ -5,6 +5,7 @@
 #include "platform/kwin/kwin_platform.h"
 #include "platform/kwin/kwin_scripts.h"
 #include "session/capture.h"
+#include "session/restore.h"
 #include "support/kwin_session.h"
 #include "support/virtual_display.h"
 
@@ -76,6 +77,87 @@ void EmptyScriptRoundTrip(benchmark::State& state) {
     state.counters["failed"] = failed;
 }
 BENCHMARK(EmptyScriptRoundTrip)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Every window moved away from where a snapshot has it, in one script, as a
+// user would have moved them since.
+void scatter(testing::KWinSession& kwin, int round) {
+    kwin.script("var l = typeof workspace.windowList === \"function\" ? workspace.windowList() : "
+                "workspace.clientList();\n"
+                "for (var i = 0; i < l.length; ++i) l[i].frameGeometry = {x: 20 + (i * 37 + " +
+                std::to_string(round % 7) + " * 11) % 700, y: 20 + (i * 23) % 400, width: 300, height: 200};\n");
+}
+
+// A restore over the running session: every one of the 30 windows placed
+// back, each checked until it holds, as Tarnwick does it.
+void PlaceThirtyWindows(benchmark::State& state) {
+    testing::KWinSession* kwin = session();
+    if (kwin == nullptr) {
+        state.SkipWithError("no headless KWin here");
+        return;
+    }
+    std::string why;
+    auto backend = openKWinPlatform(why);
+    if (!backend) std::abort();
+    Platform* previous = installPlatform(backend.get());
+    // Where the snapshot has them: a grid of their own.
+    kwin->script("var l = typeof workspace.windowList === \"function\" ? workspace.windowList() : "
+                 "workspace.clientList();\n"
+                 "for (var i = 0; i < l.length; ++i) l[i].frameGeometry = {x: 40 + (i % 6) * 200, "
+                 "y: 40 + Math.floor(i / 6) * 140, width: 260, height: 180};\n");
+    backend->sleep(0.1);
+    Snapshot snapshot = Capture::snapshot("bench");
+    double placed = 0, rounds = 0;
+    int round = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        scatter(*kwin, ++round);
+        backend->sleep(0.06);
+        state.ResumeTiming();
+        Restore::Result result = Restore::run(snapshot, nullptr);
+        placed += static_cast<double>(result.windows);
+        rounds += 1;
+    }
+    state.counters["windows"] = rounds > 0 ? placed / rounds : 0;
+    installPlatform(previous);
+}
+BENCHMARK(PlaceThirtyWindows)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// What placing 30 windows costs at least: one script that sets every frame, answered.
+void ThirtyFramesInOneScript(benchmark::State& state) {
+    testing::KWinSession* kwin = session();
+    if (kwin == nullptr) {
+        state.SkipWithError("no headless KWin here");
+        return;
+    }
+    std::vector<std::string> ids;
+    for (const testing::KWinWindow& window : kwin->windows()) ids.push_back(window.id);
+    std::string why;
+    auto bus = KWin::Bus::open(why);
+    if (!bus) std::abort();
+    double failed = 0;
+    int round = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        scatter(*kwin, ++round);
+        state.ResumeTiming();
+        std::vector<KWin::Change> changes;
+        for (size_t i = 0; i < ids.size(); ++i) {
+            KWin::Change change;
+            change.id = ids[i];
+            change.x = 40.0 + static_cast<double>(i % 6) * 200;
+            change.y = 40.0 + static_cast<double>(i / 6) * 140;
+            change.width = 260;
+            change.height = 180;
+            changes.push_back(change);
+        }
+        std::string token = bus->nextToken();
+        if (!bus->runScript(KWin::changeScript(changes, bus->replyAddress(), token), token,
+                            std::chrono::milliseconds(3000), why))
+            ++failed;
+    }
+    state.counters["failed"] = failed;
+}
+BENCHMARK(ThirtyFramesInOneScript)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 }  // namespace tarnwick
