@@ -189,6 +189,9 @@ Result run(const Snapshot& snapshot, const Progress& progress) {
 
     Result result;
     std::vector<std::int32_t> taken;
+    // Every application is placed before any is looked at again: a window
+    // manager applies requests in its own time, and one wait serves them all.
+    std::vector<PlacedWindow> placed;
     // A desktop that went away does not come back: nothing more can be placed.
     bool gone = false;
     auto stopHere = [&] { return gone || (gone = desktop.desktopLost()); };
@@ -202,9 +205,10 @@ Result run(const Snapshot& snapshot, const Progress& progress) {
         switch (app.kind) {
             case AppKind::generic:
                 if (desktop.separateInstances())
-                    restoreGeneric(reachableWindows(app, *running, result), running->app, running->launched, result);
+                    restoreGeneric(reachableWindows(app, *running, result), running->app, running->launched, result,
+                                   &placed);
                 else
-                    restoreGeneric(app, running->app, running->launched, result);
+                    restoreGeneric(app, running->app, running->launched, result, &placed);
                 break;
             case AppKind::finder: restoreFinder(app, result); break;
             case AppKind::terminal:
@@ -214,6 +218,7 @@ Result run(const Snapshot& snapshot, const Progress& progress) {
         }
         if (app.hidden) desktop.hide(running->app);
     }
+    if (!stopHere() && !placed.empty()) settle(placed);
     if (stopHere()) {
         result.problems.push_back(std::string(desktopLostProblem));
         return result;

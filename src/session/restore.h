@@ -60,11 +60,27 @@ std::optional<Running> ensureRunning(const AppState& app, Result& result, std::v
 // …"; empty for a trusted snapshot and where the system checks what it opens.
 std::vector<std::string> startsNeedingTrust(const Snapshot& snapshot);
 
+// What a window placed under a window manager should show once the manager
+// is done with it.
+struct PlacedWindow {
+    Element window;
+    std::optional<Frame> frame;
+    bool minimized = false;
+};
+
 // Puts the saved windows of a generic application back onto its live windows:
 // waits for them, reopens missing documents, pairs by document, then title,
 // then order, and sets frame, minimized and full screen. Counts placed windows;
-// adds no problem lines.
-void restoreGeneric(const AppState& app, const App& running, bool launched, Result& result);
+// adds no problem lines. Under a window manager the placed windows are looked
+// at again until they hold: at once, or, given `settleLater`, by the caller
+// once every application is placed, so that one wait serves them all.
+void restoreGeneric(const AppState& app, const App& running, bool launched, Result& result,
+                    std::vector<PlacedWindow>* settleLater = nullptr);
+
+// Looks at placed windows for a moment, and asks once more where a frame or
+// minimized state did not hold: a window manager applies requests when it
+// gets to them.
+void settle(const std::vector<PlacedWindow>& placed);
 
 // The application's windows once there are at least `expected`, or as they are
 // when the time-out passes; polled every half second.

@@ -61,14 +61,7 @@ bool sameFrame(const Frame& a, const Frame& b) {
     return close(a.x, b.x) && close(a.y, b.y) && close(a.w, b.w) && close(a.h, b.h);
 }
 
-// What a window should show once the window manager is done with it.
-struct Placed {
-    Element window;
-    std::optional<Frame> frame;
-    bool minimized = false;
-};
-
-bool holds(const Placed& placed) {
+bool holds(const PlacedWindow& placed) {
     if (placed.frame) {
         auto now = AXO::frame(placed.window);
         if (!now || !sameFrame(*now, *placed.frame)) return false;
@@ -80,20 +73,22 @@ bool holds(const Placed& placed) {
     return true;
 }
 
+}  // namespace
+
 // A window manager (X11) applies requests when it gets to them: it sizes a
 // window from borders that may still change as a maximized state goes, and
 // may pass over a request for a window it is still mapping. The windows are
 // looked at again for a moment, and asked once more where it did not hold.
-void settle(const std::vector<Placed>& placed) {
+void settle(const std::vector<PlacedWindow>& placed) {
     Platform& desktop = platform();
     double deadline = desktop.monotonicSeconds() + frameSettleWait;
     for (;;) {
-        std::vector<const Placed*> off;
-        for (const Placed& entry : placed)
+        std::vector<const PlacedWindow*> off;
+        for (const PlacedWindow& entry : placed)
             if (!holds(entry)) off.push_back(&entry);
         if (off.empty() || desktop.desktopLost()) return;
         if (desktop.monotonicSeconds() >= deadline) {
-            for (const Placed* entry : off) {
+            for (const PlacedWindow* entry : off) {
                 if (entry->frame) AXO::setFrame(entry->window, *entry->frame);
                 if (entry->minimized) AXO::setBool(entry->window, "AXMinimized", true);
             }
@@ -102,8 +97,6 @@ void settle(const std::vector<Placed>& placed) {
         desktop.sleep(frameSettlePoll);
     }
 }
-
-}  // namespace
 
 Frame ontoOutputs(const Frame& frame, const std::optional<std::string>& recorded, const std::vector<Output>& outputs) {
     if (outputs.empty() || outputHolding(frame, outputs)) return frame;
@@ -140,7 +133,8 @@ std::vector<Element> waitForWindows(std::int32_t pid, std::int64_t expected, dou
     return live;
 }
 
-void restoreGeneric(const AppState& app, const App& running, bool launched, Result& result) {
+void restoreGeneric(const AppState& app, const App& running, bool launched, Result& result,
+                    std::vector<PlacedWindow>* settleLater) {
     if (!AXO::trusted() || app.windows.empty()) return;
     std::int32_t pid = platform().appInfo(running).pid;
     auto expected = static_cast<std::int64_t>(app.windows.size());
@@ -151,7 +145,7 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
     const bool managed = platform().windowManagerName().has_value();
     // A monitor may have gone since the snapshot: no window is put where none shows it.
     const std::vector<Output> outputs = platform().outputs();
-    std::vector<Placed> placed;
+    std::vector<PlacedWindow> placed;
 
     // Greedy in saved order: a window without a match takes whatever is first,
     // even if a later saved window would have matched it by title.
@@ -218,7 +212,10 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
         if (saved.fullScreen) AXO::setBool(window, "AXFullScreen", true);
         result.windows += 1;
     }
-    if (!placed.empty()) settle(placed);
+    if (settleLater != nullptr)
+        settleLater->insert(settleLater->end(), placed.begin(), placed.end());
+    else if (!placed.empty())
+        settle(placed);
 }
 
 }  // namespace tarnwick::Restore

@@ -593,3 +593,39 @@ TEST_F(RestoreRunTest, WaitingForWindowsEndsWhenTheDesktopGoesAway) {
 
 }  // namespace
 }  // namespace tarnwick
+
+namespace tarnwick {
+namespace {
+
+// Under a window manager every program is placed before any is looked at
+// again: one wait serves them all, and a frame that did not hold is asked for
+// once more after every program had its turn.
+TEST_F(RestoreRunTest, UnderAWindowManagerWindowsAreLookedAtAgainOnceAllArePlaced) {
+    desktop.windowManager = "openbox";
+    std::vector<std::string> names{"One", "Two", "Three"};
+    for (const std::string& name : names) {
+        SimAppSpec spec = appSpec("com.example." + name, "/Applications/" + name + ".app", name);
+        desktop.install(spec);
+        auto pid = desktop.startApp(spec);
+        SimWindow stubborn;
+        stubborn.title = name;
+        stubborn.unreadable = {"AXSize"};  // its frame never reads back as written
+        desktop.addWindow(pid, stubborn);
+        AppState app = recordedFor(spec, AppKind::generic);
+        app.windows = {WindowState{name, std::nullopt, Frame{10, 20, 300, 200}, false, false}};
+        snapshot.apps.push_back(app);
+    }
+    Restore::Result result = run();
+    EXPECT_EQ(result.windows, 3);
+    EXPECT_TRUE(result.problems.empty());
+    EXPECT_GE(desktop.now(), 0.5) << "the windows were looked at for a moment";
+    EXPECT_LT(desktop.now(), 1.0) << "one wait for the three, not one each";
+    std::vector<std::string> written;
+    for (const auto& write : desktop.writes)
+        if (write.attribute == "AXPosition") written.push_back(desktop.window(write.windowId).title.value_or(""));
+    EXPECT_EQ(written, (std::vector<std::string>{"One", "Two", "Three", "One", "Two", "Three"}))
+        << "each placed once, then each asked once more after all were placed";
+}
+
+}  // namespace
+}  // namespace tarnwick

@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <set>
 #include <system_error>
 #include <thread>
 
@@ -120,7 +121,7 @@ public:
         const Target* target = targetOf(element);
         if (target == nullptr) return std::nullopt;
         std::lock_guard<std::mutex> hold(lock_);
-        auto listing = listingLocked();
+        auto listing = listingLocked(target->window);
         if (!listing) return std::nullopt;
         if (target->window.empty()) {
             if (name != "AXWindows") return std::nullopt;
@@ -273,12 +274,12 @@ private:
     }
 
     // Sends the changes asked for so far, as one script, and waits until
-    // KWin has applied them: whatever is read next sees them.
+    // KWin has applied them. The windows changed stay marked until the next
+    // listing: a read of one of them lists again and sees the change.
     void flushLocked() {
         if (pending_.empty()) return;
         std::vector<KWin::Change> changes = std::move(pending_);
         pending_.clear();
-        listing_.reset();
         std::string token = bus_->nextToken();
         std::string why;
         if (!bus_->runScript(KWin::changeScript(changes, bus_->replyAddress(), token), token, scriptTimeout, why))
@@ -286,6 +287,9 @@ private:
     }
 
     void queueLocked(KWin::Change change) {
+        changed_.insert(change.id);
+        // Which window is active is no one window's fact: the next read lists again.
+        if (change.kind == KWin::Change::Kind::activate) listing_.reset();
         // Size and position written one after the other are one frame.
         if (change.kind == KWin::Change::Kind::frame && !pending_.empty()) {
             KWin::Change& last = pending_.back();
@@ -318,12 +322,17 @@ private:
         }
     }
 
-    // The windows as KWin lists them now (within one listing's lifetime);
-    // nothing when KWin does not answer.
-    std::shared_ptr<const Windows> listingLocked() {
-        flushLocked();
+    // The windows as KWin lists them (nothing when KWin does not answer): the
+    // listing that stands; made afresh, after our changes go out, when
+    // there is none, it is old, or `window` is one we changed since it was
+    // made. Reads of other windows leave our changes batched: a restore
+    // places one program after another, and its windows go out together.
+    std::shared_ptr<const Windows> listingLocked(const std::string& window = {}) {
         auto now = std::chrono::steady_clock::now();
-        if (listing_ && now - listingTaken_ < listingLifetime) return listing_;
+        if (listing_ && now - listingTaken_ < listingLifetime && (window.empty() || !changed_.count(window)))
+            return listing_;
+        flushLocked();
+        changed_.clear();
         std::string token = bus_->nextToken();
         std::string why;
         auto payload = bus_->runScript(KWin::listingScript(bus_->replyAddress(), token), token, scriptTimeout, why);
@@ -433,6 +442,7 @@ private:
     std::vector<Frame> describedFrames_;    // the outputs they were asked for
     std::map<std::string, std::pair<bool, bool>> maximizedAsked_;
     std::vector<KWin::Change> pending_;
+    std::set<std::string> changed_;  // windows changed since the listing was made
     std::chrono::steady_clock::time_point lastChange_;
     XWaylandPids xwaylandPids_;
     std::condition_variable wake_;
