@@ -78,6 +78,27 @@ void EmptyScriptRoundTrip(benchmark::State& state) {
 }
 BENCHMARK(EmptyScriptRoundTrip)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// The listing script alone, as a capture runs it once: what KWin spends
+// reading its 30 windows, between the empty script and the whole capture.
+void ListingScriptAlone(benchmark::State& state) {
+    if (session() == nullptr) {
+        state.SkipWithError("no headless KWin here");
+        return;
+    }
+    std::string why;
+    auto bus = KWin::Bus::open(why);
+    if (!bus) std::abort();
+    double failed = 0;
+    for (auto _ : state) {
+        std::string token = bus->nextToken();
+        if (!bus->runScript(KWin::listingScript(bus->replyAddress(), token), token, std::chrono::milliseconds(3000),
+                            why))
+            ++failed;
+    }
+    state.counters["failed"] = failed;
+}
+BENCHMARK(ListingScriptAlone)->Unit(benchmark::kMillisecond)->UseRealTime();
+
 // Every window moved away from where a snapshot has it, in one script, as a
 // user would have moved them since.
 void scatter(testing::KWinSession& kwin, int round) {
