@@ -37,7 +37,9 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <optional>
 #include <set>
+#include <string>
 #include <system_error>
 #include <thread>
 
@@ -425,7 +427,9 @@ private:
 
 }  // namespace
 
-int runApplication(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv, std::optional<std::string> unavailable) {
     QApplication application(argc, argv);
     application.setApplicationName("Tarnwick");
     application.setDesktopFileName("com.tarnwick.Tarnwick");
@@ -434,12 +438,18 @@ int runApplication(int argc, char** argv) {
     int status = 0;
     {
         QtShell shell;
-        auto delegate = AppDelegate::make(shell);
+        auto delegate = AppDelegate::make(shell, std::move(unavailable));
         delegate->applicationDidFinishLaunching();
         status = application.exec();
     }
     return status;
 }
+
+}  // namespace
+
+int runApplication(int argc, char** argv) { return run(argc, argv, std::nullopt); }
+
+int runApplication(int argc, char** argv, const std::string& unavailable) { return run(argc, argv, unavailable); }
 
 }  // namespace tarnwick::MenuBar
 
