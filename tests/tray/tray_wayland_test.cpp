@@ -105,7 +105,6 @@ protected:
         ownConfig.emplace("XDG_CONFIG_HOME", user.config().string());
         terminal = kwin->start("weston-terminal", {});
         ASSERT_TRUE(eventually([&] { return window(terminalTitle).has_value(); }, 20.0)) << "no terminal window";
-        ASSERT_NO_FATAL_FAILURE(startPanel());
     }
 
     void TearDown() override {
@@ -171,6 +170,7 @@ protected:
 };
 
 TEST_F(KWinTrayTest, TheMenuOpensWithItsItemsInOrderAndAClickOnTheIconShowsIt) {
+    ASSERT_NO_FATAL_FAILURE(startPanel());
     ASSERT_NO_FATAL_FAILURE(startApp());
     ASSERT_NO_FATAL_FAILURE(panel->findItem());
     EXPECT_TRUE(usesQtWayland(app->pid())) << "not drawn through Qt's Wayland platform";
@@ -197,6 +197,7 @@ TEST_F(KWinTrayTest, SaveNowWritesTheSessionsWindowsThroughKWin) {
     kwin->script("var l = workspace.clientList();\nfor (var i = 0; i < l.length; ++i) if (l[i].caption == \"" +
                  std::string(terminalTitle) + "\") l[i].frameGeometry = {x: 60, y: 40, width: 640, height: 420};\n");
     ASSERT_TRUE(eventually([&] { return window(terminalTitle)->x == 60; }));
+    ASSERT_NO_FATAL_FAILURE(startPanel());
     ASSERT_NO_FATAL_FAILURE(startApp());
     ASSERT_NO_FATAL_FAILURE(panel->findItem());
     const std::vector<KWinWindow> reported = kwin->windows();
@@ -239,6 +240,7 @@ TEST_F(KWinTrayTest, RestoreFromTheMenuStartsTheQuitTerminalWhereItWasAndReports
                  std::string(terminalTitle) + "\") l[i].frameGeometry = {x: 300, y: 200, width: 560, height: 360};\n");
     ASSERT_TRUE(eventually([&] { return window(terminalTitle)->x == 300; }));
     const KWinWindow kept = *window(terminalTitle);
+    ASSERT_NO_FATAL_FAILURE(startPanel());
     ASSERT_NO_FATAL_FAILURE(startApp());
     ASSERT_NO_FATAL_FAILURE(panel->findItem());
     panel->choose("Save snapshot now");
@@ -272,6 +274,19 @@ TEST_F(KWinTrayTest, RestoreFromTheMenuStartsTheQuitTerminalWhereItWasAndReports
     closeAppWindows();
     EXPECT_TRUE(eventually([&] { return appWindows().empty(); })) << "the report did not close";
     EXPECT_FALSE(app->exited(0.5)) << "closing the report does not end the tray";
+}
+
+// Started at login, the application may be up before the panel's tray is: its
+// icon shows once the tray registers.
+TEST_F(KWinTrayTest, TheIconShowsWhenThePanelsTrayStartsAfterTheApplication) {
+    ASSERT_NO_FATAL_FAILURE(startApp());
+    EXPECT_TRUE(eventually([&] {
+        return user.logHas("tray: no system tray on this desktop yet; the icon appears when one starts");
+    })) << readText(user.logFile());
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    ASSERT_NO_FATAL_FAILURE(startPanel());
+    ASSERT_NO_FATAL_FAILURE(panel->findItem());
+    EXPECT_THAT(rows(panel->openMenu()), ::testing::Contains("Save snapshot now"));
 }
 
 // ---------------------------------------------------------------------------
