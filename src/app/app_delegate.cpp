@@ -22,9 +22,12 @@ constexpr double firstSnapshotDelay = 60.0;
 
 }  // namespace
 
-std::shared_ptr<AppDelegate> AppDelegate::make(Shell& shell) { return std::make_shared<AppDelegate>(shell); }
+std::shared_ptr<AppDelegate> AppDelegate::make(Shell& shell, std::optional<std::string> unavailable) {
+    return std::make_shared<AppDelegate>(shell, std::move(unavailable));
+}
 
-AppDelegate::AppDelegate(Shell& shell) : shell_(shell) {}
+AppDelegate::AppDelegate(Shell& shell, std::optional<std::string> unavailable)
+    : shell_(shell), unavailable_(std::move(unavailable)) {}
 
 void AppDelegate::onMain() const {
     if (!shell_.onMainThread()) invariantFailed("the application's state was touched off the main thread");
@@ -61,7 +64,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     auto stored = Store::all();
     lastSaved_ = stored.empty() ? std::nullopt : std::optional<Date>(stored.front().snapshot.date);
 
-    if (!AXO::trusted()) AXO::promptForTrust();
+    if (!unavailable_ && !AXO::trusted()) AXO::promptForTrust();
 
     // Registered once, on the first launch only: a user who removed the login
     // item by hand is not overruled on the next start.
@@ -76,9 +79,11 @@ void AppDelegate::applicationDidFinishLaunching() {
         auto self = weak.lock();
         if (self && self->autosaveMinutes() >= 1) self->save("auto");
     });
-    shell_.observePowerOff([weak] {
-        if (auto self = weak.lock()) self->willPowerOff();
-    });
+    // Nothing to save: the power-off is not held back for it.
+    if (!unavailable_)
+        shell_.observePowerOff([weak] {
+            if (auto self = weak.lock()) self->willPowerOff();
+        });
     log("launched; boot time " + plainDateText(Store::bootTime()));
 }
 
@@ -86,6 +91,7 @@ void AppDelegate::scheduleAutosave() {
     onMain();
     if (timer_) timer_->invalidate();
     timer_.reset();
+    if (unavailable_) return;
     std::int64_t minutes = autosaveMinutes();
     if (minutes < 1) return;
     std::int64_t seconds = 0;
@@ -100,7 +106,8 @@ void AppDelegate::scheduleAutosave() {
 void AppDelegate::save(const std::string& reason, Task completion) {
     onMain();
     // Dropped, not queued: the running operation's own snapshot is recent enough.
-    if (busy_) return;
+    // Where the desktop cannot be read, a capture would store an empty session.
+    if (busy_ || unavailable_) return;
     busy_ = "Saving\u2026";
     std::weak_ptr<AppDelegate> weak = weak_from_this();
     Shell* shell = &shell_;
@@ -124,7 +131,7 @@ void AppDelegate::save(const std::string& reason, Task completion) {
 void AppDelegate::willPowerOff() {
     onMain();
     // Skipped rather than run beside another capture or a restore.
-    if (busy_) return;
+    if (busy_ || unavailable_) return;
     std::shared_ptr<Signal> done = shell_.makeSignal();
     shell_.async([done] {
         Snapshot snapshot = Capture::snapshot("shutdown");
@@ -139,7 +146,7 @@ void AppDelegate::willPowerOff() {
 
 void AppDelegate::restore(const Snapshot& snapshot) {
     onMain();
-    if (busy_) return;
+    if (busy_ || unavailable_) return;
     // A snapshot from elsewhere starts only what this machine's entries name,
     // unless the user vouches for it here.
     Snapshot chosen = snapshot;
@@ -221,7 +228,9 @@ Menu AppDelegate::menuNeedsUpdate() {
     auto stored = Store::all();
     if (const Store::Entry* preBoot = Store::beforeBoot(stored)) state.beforeBoot = preBoot->snapshot;
     for (Store::Entry& entry : stored) state.snapshots.push_back(std::move(entry.snapshot));
-    state.trusted = AXO::trusted();
+    state.unavailable = unavailable_;
+    // Without a backend there is no window access to ask about.
+    state.trusted = unavailable_ || AXO::trusted();
     state.loginItemEnabled = shell_.loginItemStatus() == LoginItemStatus::enabled;
     SystemTexts texts = shell_.systemTexts();
     state.showFolderTitle = texts.showFolder;

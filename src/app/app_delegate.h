@@ -28,7 +28,10 @@ inline constexpr std::int64_t maxAutosaveMinutes = 24 * 60;
 class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 public:
     // Timers and delayed callbacks hold the delegate weakly, so it lives in a shared pointer.
-    static std::shared_ptr<AppDelegate> make(Shell& shell);
+    // `unavailable`: why the desktop cannot be served, where it cannot (no
+    // backend is installed then); the menu says so first, and nothing is saved
+    // or restored, by command, timer or power-off.
+    static std::shared_ptr<AppDelegate> make(Shell& shell, std::optional<std::string> unavailable = std::nullopt);
 
     // The launch sequence: icon and menus, the last save's date, the trust
     // prompt, the first-launch login item, a prune, the timer, the snapshot a
@@ -64,7 +67,7 @@ public:
     const std::optional<Date>& lastSaved() const { return lastSaved_; }
     const std::shared_ptr<Timer>& timer() const { return timer_; }
 
-    explicit AppDelegate(Shell& shell);
+    explicit AppDelegate(Shell& shell, std::optional<std::string> unavailable = std::nullopt);
 
 private:
     // Marks the application busy and runs the restore on the work queue.
@@ -77,6 +80,7 @@ private:
     void onMain() const;
 
     Shell& shell_;
+    const std::optional<std::string> unavailable_;
     std::shared_ptr<Timer> timer_;
     std::optional<std::string> busy_;
     std::optional<Date> lastSaved_;

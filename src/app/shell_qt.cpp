@@ -15,6 +15,7 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusUnixFileDescriptor>
+#include <QDBusVariant>
 #include <QDateTime>
 #include <QDesktopServices>
 #include <QIcon>
@@ -37,7 +38,9 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <optional>
 #include <set>
+#include <string>
 #include <system_error>
 #include <thread>
 
@@ -203,6 +206,37 @@ private:
     QDBusUnixFileDescriptor lock_;
 };
 
+// Tells when a panel's tray, a StatusNotifierItem host, is there on the
+// session bus: the watcher announces each host that registers, and a watcher
+// that starts later announces them the same way.
+class TrayHostWatch : public QObject {
+    Q_OBJECT
+public:
+    explicit TrayHostWatch(Task onHost) : onHost_(std::move(onHost)) {
+        QDBusConnection::sessionBus().connect(watcherService, watcherPath, watcherInterface,
+                                              "StatusNotifierHostRegistered", this, SLOT(hostRegistered()));
+    }
+
+    // Whether a host has registered with the watcher by now.
+    static bool registered() {
+        QDBusMessage get = QDBusMessage::createMethodCall(watcherService, watcherPath,
+                                                          "org.freedesktop.DBus.Properties", "Get");
+        get << QString(watcherInterface) << QString("IsStatusNotifierHostRegistered");
+        QDBusMessage reply = QDBusConnection::sessionBus().call(get, QDBus::Block, 5000);
+        return reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty() &&
+               reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
+    }
+
+private slots:
+    void hostRegistered() { onHost_(); }
+
+private:
+    static constexpr const char* watcherService = "org.kde.StatusNotifierWatcher";
+    static constexpr const char* watcherPath = "/StatusNotifierWatcher";
+    static constexpr const char* watcherInterface = "org.kde.StatusNotifierWatcher";
+    Task onHost_;
+};
+
 namespace {
 
 class QtShell final : public Shell {
@@ -216,6 +250,7 @@ public:
     ~QtShell() override {
         // The menu and icon go before the work thread stops: nothing calls into
         // the delegate any more. Hidden first, so a tray drops the item at once.
+        hostWatch_.reset();
         if (tray_) {
             tray_->hide();
             tray_->setContextMenu(nullptr);
@@ -249,18 +284,23 @@ public:
         perform_ = std::move(perform);
         menu_ = std::make_unique<QMenu>();
         QObject::connect(menu_.get(), &QMenu::aboutToShow, [this] { fill(*menu_, build_()); });
-        tray_ = std::make_unique<QSystemTrayIcon>(QIcon(":/tarnwick/com.tarnwick.Tarnwick.svg"));
-        tray_->setToolTip(qText(accessibilityDescription));
-        tray_->setContextMenu(menu_.get());
-        // A click opens the menu as a right click does: the menu is all there is.
-        QObject::connect(tray_.get(), &QSystemTrayIcon::activated, [this](QSystemTrayIcon::ActivationReason reason) {
-            if (reason == QSystemTrayIcon::Trigger) menu_->popup(QCursor::pos());
-        });
         // Filled once now, so that a tray that reads the menu before opening it finds items.
         fill(*menu_, build_());
-        tray_->show();
-        if (!QSystemTrayIcon::isSystemTrayAvailable())
-            log("tray: no system tray on this desktop yet; the icon appears when one starts");
+        // On Wayland the icon can only go through a panel's StatusNotifierItem
+        // tray, and Qt decides once, as the icon is made, whether there is one:
+        // an icon made before the panel's tray registered (a start at login
+        // that won the race with the panel) would never show. There it is
+        // made once a tray is there.
+        if (QGuiApplication::platformName() == "wayland") {
+            hostWatch_ = std::make_unique<TrayHostWatch>([this, accessibilityDescription] {
+                makeIcon(accessibilityDescription);
+            });
+            if (!TrayHostWatch::registered()) {
+                log("tray: no system tray on this desktop yet; the icon appears when one starts");
+                return;
+            }
+        }
+        makeIcon(accessibilityDescription);
     }
     // The Mac's menu bar menus; a tray application has none.
     void setMainMenu(const Menu&) override {}
@@ -369,6 +409,20 @@ public:
     void terminate() override { QCoreApplication::quit(); }
 
 private:
+    void makeIcon(const std::string& accessibilityDescription) {
+        if (tray_) return;
+        tray_ = std::make_unique<QSystemTrayIcon>(QIcon(":/tarnwick/com.tarnwick.Tarnwick.svg"));
+        tray_->setToolTip(qText(accessibilityDescription));
+        tray_->setContextMenu(menu_.get());
+        // A click opens the menu as a right click does: the menu is all there is.
+        QObject::connect(tray_.get(), &QSystemTrayIcon::activated, [this](QSystemTrayIcon::ActivationReason reason) {
+            if (reason == QSystemTrayIcon::Trigger) menu_->popup(QCursor::pos());
+        });
+        tray_->show();
+        if (!QSystemTrayIcon::isSystemTrayAvailable())
+            log("tray: no system tray on this desktop yet; the icon appears when one starts");
+    }
+
     static std::filesystem::path autostartEntry() {
         return configHome() / "autostart" / "com.tarnwick.Tarnwick.desktop";
     }
@@ -419,13 +473,16 @@ private:
     std::function<Menu()> build_;
     std::function<void(Command, std::int64_t)> perform_;
     std::unique_ptr<QMenu> menu_;
+    std::unique_ptr<TrayHostWatch> hostWatch_;
     std::unique_ptr<QSystemTrayIcon> tray_;
     std::unique_ptr<PowerOffWatch> powerOff_;
 };
 
 }  // namespace
 
-int runApplication(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv, std::optional<std::string> unavailable) {
     QApplication application(argc, argv);
     application.setApplicationName("Tarnwick");
     application.setDesktopFileName("com.tarnwick.Tarnwick");
@@ -434,12 +491,18 @@ int runApplication(int argc, char** argv) {
     int status = 0;
     {
         QtShell shell;
-        auto delegate = AppDelegate::make(shell);
+        auto delegate = AppDelegate::make(shell, std::move(unavailable));
         delegate->applicationDidFinishLaunching();
         status = application.exec();
     }
     return status;
 }
+
+}  // namespace
+
+int runApplication(int argc, char** argv) { return run(argc, argv, std::nullopt); }
+
+int runApplication(int argc, char** argv, const std::string& unavailable) { return run(argc, argv, unavailable); }
 
 }  // namespace tarnwick::MenuBar
 

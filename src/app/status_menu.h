@@ -20,6 +20,9 @@ inline constexpr size_t otherSnapshotsOffered = 30;
 
 // Everything the menu shows, read just before it opens.
 struct MenuState {
+    // Why nothing can be saved or restored on this desktop (a Linux session
+    // whose compositor Tarnwick cannot serve); none where it can.
+    std::optional<std::string> unavailable;
     std::optional<std::string> busy;
     std::optional<Date> lastSaved;
     std::int64_t autosaveMinutes = 0;
@@ -39,7 +42,12 @@ using DateText = std::function<std::string(Date)>;
 // The status line: "Last saved Sun 15 Nov, 23:56 · saves every 15 min and at restart".
 std::string statusLine(const std::optional<Date>& lastSaved, std::int64_t autosaveMinutes, const DateText& shortDate);
 
+// The same where nothing is saved: "Not saved yet · no saves on this desktop".
+std::string unavailableStatusLine(const std::optional<Date>& lastSaved, const DateText& shortDate);
+
 // The whole menu, top to bottom, with the enabling of a busy application applied.
+// Where the desktop cannot be served, its reason comes first and every item
+// that would save, restore or ask for window access is disabled.
 Menu buildStatusMenu(const MenuState& state, const DateText& shortDate);
 
 }  // namespace tarnwick::MenuBar

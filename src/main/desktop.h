@@ -37,6 +37,11 @@ std::vector<Backend> candidates(const Session& session, std::string& why);
 #if !defined(__APPLE__)
 // The first candidate that opens; nothing, with a one-line reason, otherwise.
 std::unique_ptr<Platform> openDesktop(const Session& session, std::string& why);
+// The same, and when nothing opens, the reason once more in `summary`, short
+// enough for a line of the tray's menu: on a Wayland session whose compositor
+// Tarnwick does not serve, that it cannot reach the windows there, without
+// what was asked and answered on the way; otherwise all of `why`.
+std::unique_ptr<Platform> openDesktop(const Session& session, std::string& why, std::string& summary);
 #endif
 
 }  // namespace tarnwick::Entry

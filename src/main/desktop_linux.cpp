@@ -54,15 +54,24 @@ std::vector<Backend> candidates(const Session& session, std::string& why) {
 }
 
 std::unique_ptr<Platform> openDesktop(const Session& session, std::string& why) {
+    std::string summary;
+    return openDesktop(session, why, summary);
+}
+
+std::unique_ptr<Platform> openDesktop(const Session& session, std::string& why, std::string& summary) {
     // What a backend cannot tell any caller goes to the program's log.
     setPlatformLog([](const std::string& line) { log(line); });
     for (Backend backend : candidates(session, why)) {
         std::unique_ptr<Platform> opened = backend == Backend::kwin ? openKWinPlatform(why) : openX11Platform("", why);
         if (opened) return opened;
-        if (backend == Backend::kwin && session.wayland() && !session.backend)
+        if (backend == Backend::kwin && session.wayland() && !session.backend) {
             why = waylandSession(session) + ", whose compositor Tarnwick cannot list or place windows in yet (it "
                   "serves X11 window managers and KDE Plasma's KWin; " + why + ")";
+            summary = "Tarnwick cannot list or place windows in " + waylandSession(session) + " yet";
+            return nullptr;
+        }
     }
+    summary = why;
     return nullptr;
 }
 

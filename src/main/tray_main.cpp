@@ -28,8 +28,18 @@ int main(int argc, char** argv) {
     if (lock && lock->outcome() == InstanceLock::Outcome::unavailable)
         tarnwick::log("tray: no lock against a second start: " + tarnwick::printable(lock->reason()));
 
-    std::string why;
-    auto backend = tarnwick::Entry::openDesktop(tarnwick::Entry::Session::current(), why);
+    std::string why, summary;
+    auto session = tarnwick::Entry::Session::current();
+    auto backend = tarnwick::Entry::openDesktop(session, why, summary);
+    if (!backend && session.wayland()) {
+        // A compositor Tarnwick does not serve still has a panel: the icon
+        // shows, and its menu says why nothing is saved, where a program that
+        // ended at once would leave the user guessing.
+        std::fprintf(stderr, "tarnwick: %s; the tray application runs, but saves and restores nothing here\n",
+                     tarnwick::printable(why).c_str());
+        tarnwick::log("desktop: " + tarnwick::printable(why) + "; nothing is saved or restored");
+        return tarnwick::MenuBar::runApplication(argc, argv, tarnwick::printable(summary));
+    }
     if (!backend) {
         std::fprintf(stderr, "tarnwick: %s; the tray application needs an X11 desktop or KDE Plasma on Wayland\n",
                      tarnwick::printable(why).c_str());

@@ -214,6 +214,44 @@ TEST_F(StatusMenuTest, TheStatusLineFollowsTheSetting) {
     EXPECT_EQ(MenuBar::statusLine(std::nullopt, 1, date), "Not saved yet \u00B7 saves every 1 min and at restart");
 }
 
+TEST_F(StatusMenuTest, WhereTheDesktopCannotBeServedTheMenuSaysWhyFirstAndOffersNoSaveOrRestore) {
+    startNotes();
+    place(1);
+    Snapshot newest = place(2);
+    shell.linuxWording = true;
+    shell.integers["autosaveMinutes"] = 5;
+    desktop.trusted = false;
+    auto limited = MenuBar::AppDelegate::make(shell, "Tarnwick cannot list or place windows in a Wayland session yet");
+    limited->applicationDidFinishLaunching();
+    shell.settle();
+    MenuBar::Menu menu = shell.openMenu();
+    EXPECT_THAT(rows(menu),
+                ElementsAre("Tarnwick cannot list or place windows in a Wayland session yet (disabled)", "---",
+                            "Restore latest snapshot ->restoreLatest (disabled)", described(newest) + " (disabled)",
+                            "Restore other snapshot (disabled) >2", "---", "Save snapshot now ->saveNow [s] (disabled)",
+                            "Last saved " + shortDate(newest.date) + " \u00B7 no saves on this desktop (disabled)",
+                            "Timed snapshots >5", "---", "Open at login ->toggleLogin (on)",
+                            "Show snapshots in the file manager ->showFolder", "Quit Tarnwick ->quit [q]"));
+    for (const auto& entry : item(menu, "Restore other snapshot").submenu) EXPECT_FALSE(entry.enabled) << entry.title;
+    for (const auto& entry : item(menu, "Timed snapshots").submenu) EXPECT_TRUE(entry.enabled) << entry.title;
+
+    // Chosen all the same, by a tray that ignores the disabling, and by the
+    // timer and the power-off: nothing is captured, stored or put back.
+    shell.choose(item(menu, "Save snapshot now"));
+    shell.choose(item(menu, "Restore latest snapshot"));
+    shell.choose(item(menu, "Restore other snapshot").submenu.at(1));
+    shell.runFor(20 * 60);
+    EXPECT_EQ(storedCount(), 2u);
+    EXPECT_THAT(logLines("save"), IsEmpty());
+    EXPECT_THAT(logLines("restore"), IsEmpty());
+    EXPECT_THAT(shell.alerts, IsEmpty());
+    EXPECT_THAT(shell.liveTimers(), IsEmpty());
+    EXPECT_FALSE(shell.powerOffObserved);
+    EXPECT_FALSE(limited->busy());
+    EXPECT_EQ(MenuBar::unavailableStatusLine(std::nullopt, [this](Date d) { return shortDate(d); }),
+              "Not saved yet \u00B7 no saves on this desktop");
+}
+
 // --- Commands --------------------------------------------------------------------------
 
 TEST_F(StatusMenuTest, SaveNowTakesAManualSnapshot) {

@@ -196,24 +196,6 @@ TEST_F(KWinTest, QuitProgramsComeBackThroughTheProgramWhereTheyWere) {
                      forWindow(xlogoTitle, "c.frameGeometry = {x: 900, y: 50, width: 200, height: 150};"));
     ASSERT_TRUE(eventually([&] { return byTitle()[westonTitle].x == 40 && byTitle()[xlogoTitle].x == 900; }));
     std::map<std::string, KWinWindow> kept = byTitle();
-    // Programs a restore starts are not our children: whatever of this
-    // desktop's still runs at the end is ended here, also when the test fails.
-    struct EndRestored {
-        std::string display;
-        ~EndRestored() {
-            std::error_code error;
-            for (auto it = std::filesystem::directory_iterator("/proc", error);
-                 !error && it != std::filesystem::directory_iterator(); it.increment(error)) {
-                std::string pid = it->path().filename().string();
-                if (pid.find_first_not_of("0123456789") != std::string::npos || std::stoi(pid) == ::getpid()) continue;
-                std::ifstream environ(it->path() / "environ", std::ios::binary);
-                std::string variables((std::istreambuf_iterator<char>(environ)), std::istreambuf_iterator<char>());
-                if (variables.find("WAYLAND_DISPLAY=" + display + '\0') != std::string::npos)
-                    ::kill(std::stoi(pid), SIGKILL);
-            }
-        }
-    } endRestored{session_->waylandDisplay()};
-
     auto run = [](const std::vector<std::string>& arguments, std::string& out) {
         int error = 0;
         auto child = ChildProcess::start(TARNWICK_PATH, arguments, ChildProcess::Input::inherit,

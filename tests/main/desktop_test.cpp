@@ -76,6 +76,16 @@ TEST(DesktopChoice, AWaylandSessionWithoutKWinIsNamedAndNotServed) {
                         0),
               0u)
         << why;
+    // The tray's menu gives it in one short line, without what was asked on the bus.
+    std::string summary;
+    EXPECT_EQ(Entry::openDesktop(gnome, why, summary), nullptr);
+    EXPECT_EQ(summary, "Tarnwick cannot list or place windows in a Wayland session of GNOME yet");
+    // Any other reason is short already, and given whole.
+    Session misnamed;
+    misnamed.backend = "gnome";
+    EXPECT_EQ(Entry::openDesktop(misnamed, why, summary), nullptr);
+    EXPECT_EQ(summary, "TARNWICK_BACKEND=gnome names no backend (x11 or kwin)");
+    EXPECT_EQ(summary, why);
 }
 
 }  // namespace

@@ -33,7 +33,8 @@ struct KWinWindow {
 
 // While the object lives, WAYLAND_DISPLAY, DISPLAY (XWayland),
 // DBUS_SESSION_BUS_ADDRESS and XDG_RUNTIME_DIR name its desktop; everything
-// it started is ended with it, also when a test fails.
+// it started, and every program still running on its display, is ended with
+// it, also when a test fails.
 class KWinSession {
 public:
     // `outputs` virtual screens of width x height, and `desktops` virtual desktops.

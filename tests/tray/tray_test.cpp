@@ -7,24 +7,16 @@
 #include "support/scoped_variable.h"
 #include "support/temp_dir.h"
 #include "support/virtual_display.h"
-
-#include <QCoreApplication>
-#include <QDBusArgument>
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusObjectPath>
-#include <QDBusVariant>
+#include "tray/tray_support.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <chrono>
 #include <csignal>
-#include <fstream>
 #include <thread>
 
 namespace tarnwick::testing {
@@ -32,150 +24,25 @@ namespace {
 
 using ::testing::ElementsAre;
 
-// A program of the test with its standard output read line by line.
-class Program {
-public:
-    Program(const std::string& path, const std::vector<std::string>& arguments) {
-        int error = 0;
-        if (auto started = ChildProcess::start(path, arguments, ChildProcess::Input::pipe,
-                                               ChildProcess::ErrorOutput::discard, error))
-            child_.emplace(std::move(*started));
-        else
-            ADD_FAILURE() << path << " did not start: " << std::strerror(error);
-    }
-    ~Program() {
-        if (child_ && !status_) child_->terminateInBackground();
-    }
-
-    // The next line that starts with `prefix`, waiting up to `seconds`.
-    std::optional<std::string> lineStartingWith(const std::string& prefix, double seconds = 15.0) {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-        for (;;) {
-            for (size_t end; (end = buffer_.find('\n')) != std::string::npos;) {
-                std::string line = buffer_.substr(0, end);
-                buffer_.erase(0, end + 1);
-                if (line.rfind(prefix, 0) == 0) return line;
-            }
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-            if (!child_ || left.count() <= 0) return std::nullopt;
-            pollfd ready{child_->output().get(), POLLIN, 0};
-            if (::poll(&ready, 1, static_cast<int>(left.count())) <= 0) continue;
-            char chunk[4096];
-            ssize_t n = ::read(child_->output().get(), chunk, sizeof chunk);
-            if (n <= 0) return std::nullopt;
-            buffer_.append(chunk, static_cast<size_t>(n));
-        }
-    }
-
-    void tell(const std::string& line) {
-        std::string text = line + "\n";
-        if (!child_) return;
-        EXPECT_EQ(::write(child_->input().get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    }
-
-    // The exit status once it ended within `seconds`.
-    std::optional<int> exited(double seconds) {
-        if (!child_) return std::nullopt;
-        if (!status_)
-            status_ = child_->waitUntil(std::chrono::steady_clock::now() +
-                                        std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000)));
-        return status_;
-    }
-
-    pid_t pid() const { return child_ ? child_->pid() : 0; }
-
-private:
-    std::optional<ChildProcess> child_;
-    std::string buffer_;
-    std::optional<int> status_;
-};
-
-// One item of the menu as a tray host reads it over D-Bus.
-struct Item {
-    int id = 0;
-    std::string label;
-    bool enabled = true;
-    bool separator = false;
-    bool checked = false;
-    std::vector<Item> children;
-};
-
-Item readItem(const QDBusArgument& argument) {
-    Item item;
-    QVariantMap properties;
-    argument.beginStructure();
-    argument >> item.id >> properties;
-    argument.beginArray();
-    while (!argument.atEnd()) {
-        QDBusVariant child;
-        argument >> child;
-        item.children.push_back(readItem(child.variant().value<QDBusArgument>()));
-    }
-    argument.endArray();
-    argument.endStructure();
-    item.label = properties.value("label").toString().toStdString();
-    item.enabled = properties.value("enabled", true).toBool();
-    item.separator = properties.value("type").toString() == "separator";
-    item.checked = properties.value("toggle-state", 0).toInt() == 1;
-    return item;
-}
-
-// "---" for a separator, else the label, "(on)" when checked, "(disabled)",
-// and ">N" for a submenu of N items.
-std::vector<std::string> rows(const std::vector<Item>& items) {
-    std::vector<std::string> out;
-    for (const Item& item : items) {
-        if (item.separator) {
-            out.push_back("---");
-            continue;
-        }
-        std::string row = item.label;
-        if (item.checked) row += " (on)";
-        if (!item.enabled) row += " (disabled)";
-        if (!item.children.empty()) row += " >" + std::to_string(item.children.size());
-        out.push_back(row);
-    }
-    return out;
-}
-
-const Item* find(const std::vector<Item>& items, const std::string& label) {
-    for (const Item& item : items) {
-        if (item.label == label) return &item;
-        if (const Item* inside = find(item.children, label)) return inside;
-    }
-    return nullptr;
-}
-
-std::vector<std::string> fileLines(const std::filesystem::path& file) {
-    std::vector<std::string> lines;
-    std::ifstream in(file);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
-
 class TrayTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        std::filesystem::create_directories(runtime());
-        ::chmod(runtime().c_str(), 0700);
         session.emplace();
         system.emplace("DBUS_SYSTEM_BUS_ADDRESS");
         display = std::make_unique<VirtualDisplay>();
         probe = std::make_unique<DisplayProbe>();
         // The desktop entries are ours alone, as in the other desktop tests; set
         // after openbox started, since it finds its theme through the same folders.
-        dataDirs.emplace("XDG_DATA_DIRS", (dir.path() / "none").string());
-        auto entry = dir.path() / "share" / "applications" / "xlogo.desktop";
+        dataDirs.emplace("XDG_DATA_DIRS", (dir().path() / "none").string());
+        auto entry = dir().path() / "share" / "applications" / "xlogo.desktop";
         std::filesystem::create_directories(entry.parent_path());
         writeText(entry, "[Desktop Entry]\nType=Application\nName=Logo\nExec=xlogo\n");
     }
 
     void TearDown() override {
         app.reset();
-        host.reset();
-        watcher.reset();
+        panel.reset();
         services.reset();
-        if (bus) QDBusConnection::disconnectFromBus(busName);
         probe.reset();
         display.reset();
         dataDirs.reset();
@@ -183,12 +50,15 @@ protected:
         session.reset();
     }
 
-    std::filesystem::path home() const { return dir.path() / "home"; }
-    std::filesystem::path runtime() const { return dir.path() / "runtime"; }
-    std::filesystem::path config() const { return dir.path() / "config"; }
-    std::filesystem::path snapshots() const { return dir.path() / "share" / "Tarnwick" / "snapshots"; }
-    std::filesystem::path logFile() const { return dir.path() / "state" / "Tarnwick" / "Tarnwick.log"; }
-    std::filesystem::path autostart() const { return config() / "autostart" / "com.tarnwick.Tarnwick.desktop"; }
+    const TempDir& dir() const { return user.dir(); }
+    std::filesystem::path home() const { return user.home(); }
+    std::filesystem::path config() const { return user.config(); }
+    std::filesystem::path snapshots() const { return user.snapshots(); }
+    std::filesystem::path logFile() const { return user.logFile(); }
+    std::filesystem::path autostart() const { return user.autostart(); }
+    bool logHas(const std::string& text) const { return user.logHas(text); }
+    std::vector<std::string> logLinesWith(const std::string& text) const { return user.logLinesWith(text); }
+    std::vector<std::filesystem::path> snapshotFiles() const { return user.snapshotFiles(); }
 
     // logind on the stand-in system bus and, when asked, a file manager; with
     // a tray, a real StatusNotifierItem watcher and a real tray showing its items.
@@ -198,24 +68,8 @@ protected:
         services.emplace(TARNWICK_FAKE_SERVICES, arguments);
         ASSERT_TRUE(services->lineStartingWith("ready")) << "the stand-in services did not start";
         if (!tray) return;
-        bus.emplace(QDBusConnection::connectToBus(QString::fromLocal8Bit(std::getenv("DBUS_SESSION_BUS_ADDRESS")),
-                                                  busName));
-        ASSERT_TRUE(bus->isConnected());
-        watcher.emplace(programPath("status-notifier-watcher"), std::vector<std::string>{});
-        ASSERT_TRUE(eventually([&] { return watcherProperty("IsStatusNotifierHostRegistered").isValid(); }, 20.0))
-            << "the watcher did not start";
-        host.emplace(programPath("gtk-sni-tray-standalone"), std::vector<std::string>{});
-        ASSERT_TRUE(eventually([&] { return watcherProperty("IsStatusNotifierHostRegistered").toBool(); }, 20.0))
-            << "the tray did not register with the watcher";
-    }
-
-    QVariant watcherProperty(const char* name) {
-        QDBusMessage get = QDBusMessage::createMethodCall("org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher",
-                                                          "org.freedesktop.DBus.Properties", "Get");
-        get << QString("org.kde.StatusNotifierWatcher") << QString(name);
-        QDBusMessage reply = bus->call(get);
-        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return {};
-        return reply.arguments().at(0).value<QDBusVariant>().variant();
+        panel.emplace(std::vector<std::string>{programPath("gtk-sni-tray-standalone")});
+        ASSERT_NO_FATAL_FAILURE(panel->start());
     }
 
     void startApp() {
@@ -223,78 +77,10 @@ protected:
         ASSERT_TRUE(eventually([&] { return logHas("launched; boot time "); }, 20.0)) << "the application did not start";
     }
 
-    bool logHas(const std::string& text) {
-        for (const std::string& line : fileLines(logFile()))
-            if (line.find(text) != std::string::npos) return true;
-        return false;
-    }
-
-    std::vector<std::string> logLinesWith(const std::string& text) {
-        std::vector<std::string> found;
-        for (const std::string& line : fileLines(logFile()))
-            if (line.find(text) != std::string::npos) found.push_back(line.substr(line.find(' ') + 1));
-        return found;
-    }
-
-    std::vector<std::filesystem::path> snapshotFiles() {
-        std::vector<std::filesystem::path> files;
-        std::error_code error;
-        for (auto it = std::filesystem::directory_iterator(snapshots(), error);
-             !error && it != std::filesystem::directory_iterator(); it.increment(error))
-            if (it->path().extension() == ".json" && it->path().filename().string()[0] != '.')
-                files.push_back(it->path());
-        std::sort(files.begin(), files.end());
-        return files;
-    }
-
-    // The tray item the application registered with the watcher, and the
-    // path of its menu, as a tray finds them.
-    void findItem() {
-        QStringList items;
-        ASSERT_TRUE(eventually([&] {
-            items = watcherProperty("RegisteredStatusNotifierItems").toStringList();
-            return items.size() == 1;
-        }, 20.0)) << "the application registered no tray item";
-        // A bus name, with the item's path after it when it is not the usual one.
-        itemService = items.front().section('/', 0, 0);
-        QDBusMessage get = QDBusMessage::createMethodCall(itemService, "/StatusNotifierItem",
-                                                          "org.freedesktop.DBus.Properties", "Get");
-        get << QString("org.kde.StatusNotifierItem") << QString("Menu");
-        QDBusMessage reply = bus->call(get);
-        ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
-        menuPath = reply.arguments().at(0).value<QDBusVariant>().variant().value<QDBusObjectPath>().path();
-        ASSERT_FALSE(menuPath.isEmpty());
-    }
-
-    // The menu as it is about to open, read as a tray host reads it.
-    std::vector<Item> openMenu() {
-        QDBusMessage show = QDBusMessage::createMethodCall(itemService, menuPath, "com.canonical.dbusmenu", "AboutToShow");
-        show << 0;
-        bus->call(show);
-        QDBusMessage layout = QDBusMessage::createMethodCall(itemService, menuPath, "com.canonical.dbusmenu", "GetLayout");
-        layout << 0 << -1 << QStringList();
-        QDBusMessage reply = bus->call(layout);
-        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() < 2) {
-            ADD_FAILURE() << "no menu layout: " << reply.errorMessage().toStdString();
-            return {};
-        }
-        return readItem(reply.arguments().at(1).value<QDBusArgument>()).children;
-    }
-
-    // Chooses the item as a click in the host's menu does: by its label, or
-    // by its place in a submenu.
+    void findItem() { panel->findItem(); }
+    std::vector<Item> openMenu() { return panel->openMenu(); }
     void choose(const std::string& label, std::optional<size_t> position = std::nullopt) {
-        const std::vector<Item> menu = openMenu();
-        const Item* item = find(menu, label);
-        ASSERT_TRUE(item) << "no item \"" << label << "\" in " << ::testing::PrintToString(rows(menu));
-        if (position) {
-            ASSERT_LT(*position, item->children.size()) << label;
-            item = &item->children[*position];
-        }
-        QDBusMessage event = QDBusMessage::createMethodCall(itemService, menuPath, "com.canonical.dbusmenu", "Event");
-        event << item->id << QString("clicked") << QVariant::fromValue(QDBusVariant(0)) << 0u;
-        QDBusMessage reply = bus->call(event);
-        ASSERT_NE(reply.type(), QDBusMessage::ErrorMessage) << reply.errorMessage().toStdString();
+        panel->choose(label, position);
     }
 
     // A window of the application that the window manager manages: an alert.
@@ -309,22 +95,19 @@ protected:
         EXPECT_TRUE(xdotool.exited(10.0));
     }
 
-    TempDir dir{"tarnwick-tray"};
-    ScopedVariable homeVariable{"HOME", (dir.path() / "home").string()};
-    ScopedVariable configHome{"XDG_CONFIG_HOME", (dir.path() / "config").string()};
-    ScopedVariable dataHome{"XDG_DATA_HOME", (dir.path() / "share").string()};
-    ScopedVariable stateHome{"XDG_STATE_HOME", (dir.path() / "state").string()};
+    TrayUser user;
+    // An X11 session, whatever the test process itself was started in.
+    ScopedVariable sessionType{"XDG_SESSION_TYPE", "x11"};
+    ScopedVariable noWayland{"WAYLAND_DISPLAY", ""};
+    ScopedVariable qtPlatform{"QT_QPA_PLATFORM", "xcb"};
+    ScopedVariable backend{"TARNWICK_BACKEND", ""};
     std::optional<ScopedVariable> dataDirs;
-    ScopedVariable runtimeDir{"XDG_RUNTIME_DIR", (dir.path() / "runtime").string()};
     std::optional<SessionBus> session, system;
     std::unique_ptr<VirtualDisplay> display;
     std::unique_ptr<DisplayProbe> probe;
     std::optional<Program> services;
-    std::optional<Program> watcher, host;
+    std::optional<TrayPanel> panel;
     std::optional<Program> app;
-    const QString busName = "tray-test";
-    std::optional<QDBusConnection> bus;
-    QString itemService, menuPath;
 };
 
 TEST_F(TrayTest, TheMenuOpensWithItsItemsInOrder) {
@@ -596,7 +379,7 @@ class XEmbedTrayTest : public TrayTest {
 protected:
     void SetUp() override {
         TrayTest::SetUp();
-        auto rc = dir.path() / "tint2rc";
+        auto rc = dir().path() / "tint2rc";
         writeText(rc,
                   "panel_items = S\npanel_position = top left horizontal\npanel_size = 100% 32\n"
                   "systray_padding = 4 4 4\nsystray_icon_size = 24\nbackground_color = #303030 100\n");
@@ -644,10 +427,3 @@ TEST_F(XEmbedTrayTest, TheIconSitsInTheTrayAndAClickOpensTheMenu) {
 
 }  // namespace
 }  // namespace tarnwick::testing
-
-int main(int argc, char** argv) {
-    ::testing::InitGoogleTest(&argc, argv);
-    // Qt's D-Bus needs an application object; this one runs no event loop.
-    QCoreApplication application(argc, argv);
-    return RUN_ALL_TESTS();
-}
