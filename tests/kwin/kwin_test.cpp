@@ -1,6 +1,8 @@
 // The KWin backend against a real headless KWin: Wayland-native programs
 // (weston-terminal, a GTK program) and XWayland ones (xterm, xlogo), captured
-// and placed back, checked against what KWin itself reports.
+// and placed back, checked against what KWin itself reports. Every test runs
+// on the machine's own KWin (5.27 on Debian 12) and on KWin 6 from a Debian 13
+// root (tools/make-debian13-root).
 #include "access/axo.h"
 #include "model/snapshot_json.h"
 #include "platform/kwin/kwin_platform.h"
@@ -25,6 +27,7 @@
 namespace tarnwick {
 namespace {
 
+using testing::KWinBuild;
 using testing::KWinSession;
 using testing::KWinWindow;
 using testing::eventually;
@@ -35,10 +38,10 @@ const char* const gtkTitle = "Application Class";
 const char* const xtermTitle = "xterm";
 const char* const xlogoTitle = "xlogo";
 
-class KWinTest : public ::testing::Test {
+class KWinTest : public ::testing::TestWithParam<KWinBuild> {
 protected:
     void SetUp() override {
-        session_ = std::make_unique<KWinSession>();
+        session_ = std::make_unique<KWinSession>(GetParam());
         if (!session_->running()) GTEST_SKIP() << "no headless KWin here: " << session_->whyNot();
         session_->start("weston-terminal", {});
         session_->start("gtk3-demo", {}, {"GDK_BACKEND=wayland"});
@@ -78,12 +81,12 @@ protected:
 
 // A KWin script's body for the window of this title.
 std::string forWindow(const std::string& title, const std::string& body) {
-    return "var l = workspace.clientList();\nfor (var i = 0; i < l.length; ++i) if (l[i].caption == \"" + title +
+    return "var l = kwinWindows();\nfor (var i = 0; i < l.length; ++i) if (l[i].caption == \"" + title +
            "\") { var c = l[i]; " + body + " }\n";
 }
 
-TEST_F(KWinTest, CaptureListsEveryWindowAsKWinReportsIt) {
-    session_->script(forWindow(xtermTitle, "c.desktop = 2;") + forWindow(gtkTitle, "c.setMaximize(true, true);") +
+TEST_P(KWinTest, CaptureListsEveryWindowAsKWinReportsIt) {
+    session_->script(forWindow(xtermTitle, "moveToDesktop(c, 2);") + forWindow(gtkTitle, "c.setMaximize(true, true);") +
                      forWindow(xlogoTitle, "c.minimized = true;"));
     std::map<std::string, KWinWindow> reported;
     ASSERT_TRUE(eventually([&] {
@@ -120,12 +123,12 @@ TEST_F(KWinTest, CaptureListsEveryWindowAsKWinReportsIt) {
     EXPECT_TRUE(gtkNamed);
 }
 
-TEST_F(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
+TEST_P(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
     // The session to keep: frames of their own, one window on desktop 2, one
     // maximized, one minimized.
     session_->script(forWindow(westonTitle, "c.frameGeometry = {x: 40, y: 30, width: 600, height: 400};") +
                      forWindow(xtermTitle, "c.frameGeometry = {x: 700, y: 300, width: 500, height: 350}; "
-                                           "c.desktop = 2;") +
+                                           "moveToDesktop(c, 2);") +
                      forWindow(gtkTitle, "c.setMaximize(true, true);") +
                      forWindow(xlogoTitle, "c.frameGeometry = {x: 900, y: 50, width: 200, height: 150}; "
                                            "c.minimized = true;"));
@@ -139,9 +142,9 @@ TEST_F(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
 
     // A user moves everything around.
     session_->script(forWindow(westonTitle, "c.setMaximize(true, true);") +
-                     forWindow(xtermTitle, "c.desktop = 3; c.frameGeometry = {x: 10, y: 10, width: 300, height: 200};") +
+                     forWindow(xtermTitle, "moveToDesktop(c, 3); c.frameGeometry = {x: 10, y: 10, width: 300, height: 200};") +
                      forWindow(gtkTitle, "c.setMaximize(false, false); c.frameGeometry = {x: 300, y: 200, width: 500, "
-                                         "height: 400}; c.desktop = 4;") +
+                                         "height: 400}; moveToDesktop(c, 4);") +
                      forWindow(xlogoTitle, "c.minimized = false; c.frameGeometry = {x: 0, y: 0, width: 120, "
                                            "height: 120};"));
     ASSERT_TRUE(eventually([&] {
@@ -189,7 +192,7 @@ TEST_F(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
 // quit, and a restore that starts them again (through their desktop entries,
 // or by the command line a signed capture recorded) and puts their windows
 // back where they were.
-TEST_F(KWinTest, QuitProgramsComeBackThroughTheProgramWhereTheyWere) {
+TEST_P(KWinTest, QuitProgramsComeBackThroughTheProgramWhereTheyWere) {
     session_->script(forWindow(westonTitle, "c.frameGeometry = {x: 40, y: 30, width: 600, height: 400};") +
                      forWindow(xtermTitle, "c.frameGeometry = {x: 700, y: 300, width: 500, height: 350};") +
                      forWindow(gtkTitle, "c.frameGeometry = {x: 300, y: 420, width: 640, height: 360};") +
@@ -270,7 +273,7 @@ TEST_F(KWinTest, QuitProgramsComeBackThroughTheProgramWhereTheyWere) {
 // The attribute names the backend answers are the ones the window logic asks.
 // The program itself, as a Plasma user runs it: it finds KWin on its own and
 // sees the Wayland windows as well as the XWayland ones.
-TEST_F(KWinTest, TheProgramChoosesKWinAndCapturesEveryWindow) {
+TEST_P(KWinTest, TheProgramChoosesKWinAndCapturesEveryWindow) {
     int error = 0;
     auto child = ChildProcess::start(TARNWICK_PATH, {"--capture"}, ChildProcess::Input::inherit,
                                      ChildProcess::ErrorOutput::pipe, error);
@@ -287,6 +290,10 @@ TEST_F(KWinTest, TheProgramChoosesKWinAndCapturesEveryWindow) {
     for (const char* title : {westonTitle, gtkTitle, xtermTitle, xlogoTitle})
         EXPECT_NE(captured(*snapshot, title), nullptr) << title;
 }
+
+// Test names carry the build: kwin/KWinTest.Name/installed, .../debian13.
+INSTANTIATE_TEST_SUITE_P(kwin, KWinTest, ::testing::Values(KWinBuild::installed, KWinBuild::debian13),
+                         [](const ::testing::TestParamInfo<KWinBuild>& build) { return testing::nameOf(build.param); });
 
 TEST(KWinNamesTest, WindowManagerAttributesAreTheSeamsNames) {
     EXPECT_STREQ(AXO::workspaceAttribute, "TWWorkspace");
