@@ -1,8 +1,9 @@
 // The KWin backend against a real headless KWin: Wayland-native programs
-// (weston-terminal, a GTK program) and XWayland ones (xterm, xlogo), captured
-// and placed back, checked against what KWin itself reports. Every test runs
-// on the machine's own KWin (5.27 on Debian 12) and on KWin 6 from a Debian 13
-// root (tools/make-debian13-root).
+// (weston-terminal, GTK's gtk3-demo, gedit with two windows in one process,
+// mousepad, and qt6ct, a Qt 6 program) and XWayland ones (xterm, xlogo),
+// captured and placed back, checked against what KWin itself reports. Every
+// test runs on the machine's own KWin (5.27 on Debian 12) and on KWin 6 from a
+// Debian 13 root (tools/make-debian13-root).
 #include "access/axo.h"
 #include "model/snapshot_json.h"
 #include "platform/kwin/kwin_platform.h"
@@ -22,6 +23,7 @@
 #include <fstream>
 #include <map>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace tarnwick {
@@ -32,23 +34,47 @@ using testing::KWinSession;
 using testing::KWinWindow;
 using testing::eventually;
 
-// The titles the four programs give their first window.
+// The titles the programs give their windows.
 const char* const westonTitle = "Wayland Terminal";
 const char* const gtkTitle = "Application Class";
+const char* const geditTitle = "Untitled Document 1 - gedit";
+const char* const secondGeditTitle = "Untitled Document 2 - gedit";
+const char* const mousepadTitle = "Untitled 1 - Mousepad";
+const char* const qtTitle = "Qt6 Configuration Tool";
 const char* const xtermTitle = "xterm";
 const char* const xlogoTitle = "xlogo";
+const std::vector<std::string> allTitles{westonTitle,  gtkTitle, geditTitle, secondGeditTitle,
+                                         mousepadTitle, qtTitle,  xtermTitle, xlogoTitle};
+// gedit's two windows are one process's: seven programs, eight windows.
+constexpr size_t programCount = 7;
 
 class KWinTest : public ::testing::TestWithParam<KWinBuild> {
 protected:
     void SetUp() override {
         session_ = std::make_unique<KWinSession>(GetParam());
         if (!session_->running()) GTEST_SKIP() << "no headless KWin here: " << session_->whyNot();
+        // Wayland-native GTK and Qt programs, as a Plasma session starts them.
         session_->start("weston-terminal", {});
         session_->start("gtk3-demo", {}, {"GDK_BACKEND=wayland"});
+        session_->start("gedit", {}, {"GDK_BACKEND=wayland"});
+        session_->start("mousepad", {}, {"GDK_BACKEND=wayland"});
+        session_->start("qt6ct", {}, {"QT_QPA_PLATFORM=wayland"});
         session_->start("xterm", {});
         session_->start("xlogo", {});
-        ASSERT_TRUE(eventually([&] { return session_->windows().size() == 4; }, 20.0))
-            << "the four programs did not all show a window";
+        ASSERT_TRUE(eventually([&] { return byTitle().count(geditTitle) == 1; }, 30.0)) << "gedit showed no window";
+        // A second gedit window, asked of the running gedit as a user would:
+        // the request's own process hands it over and ends.
+        session_->start("gedit", {"--new-window"}, {"GDK_BACKEND=wayland"});
+        std::map<std::string, KWinWindow> shown;
+        ASSERT_TRUE(eventually(
+            [&] {
+                shown = byTitle();
+                return shown.size() == allTitles.size();
+            },
+            30.0))
+            << "the programs did not all show their windows: " << titlesOf(shown);
+        for (const std::string& title : allTitles) ASSERT_EQ(shown.count(title), 1u) << titlesOf(shown);
+        ASSERT_EQ(shown[geditTitle].pid, shown[secondGeditTitle].pid) << "both gedit windows in one process";
         std::string why;
         backend_ = openKWinPlatform(why);
         ASSERT_TRUE(backend_) << why;
@@ -65,6 +91,12 @@ protected:
         std::map<std::string, KWinWindow> windows;
         for (KWinWindow& window : session_->windows()) windows[window.caption] = window;
         return windows;
+    }
+
+    static std::string titlesOf(const std::map<std::string, KWinWindow>& windows) {
+        std::string text;
+        for (const auto& [title, window] : windows) text += "\"" + title + "\" ";
+        return text;
     }
 
     // The captured window of this title, with the app it belongs to.
@@ -87,18 +119,21 @@ std::string forWindow(const std::string& title, const std::string& body) {
 
 TEST_P(KWinTest, CaptureListsEveryWindowAsKWinReportsIt) {
     session_->script(forWindow(xtermTitle, "moveToDesktop(c, 2);") + forWindow(gtkTitle, "c.setMaximize(true, true);") +
-                     forWindow(xlogoTitle, "c.minimized = true;"));
+                     forWindow(xlogoTitle, "c.minimized = true;") + forWindow(secondGeditTitle, "moveToDesktop(c, 3);") +
+                     forWindow(mousepadTitle, "c.minimized = true;") + forWindow(qtTitle, "moveToDesktop(c, -1);"));
     std::map<std::string, KWinWindow> reported;
     ASSERT_TRUE(eventually([&] {
         reported = byTitle();
-        return reported[gtkTitle].maximizedHorizontally && reported[xlogoTitle].minimized;
+        return reported[gtkTitle].maximizedHorizontally && reported[xlogoTitle].minimized &&
+               reported[mousepadTitle].minimized && reported[secondGeditTitle].desktop == 3 &&
+               reported[qtTitle].desktop == -1;
     }));
     auto started = std::chrono::steady_clock::now();
     Snapshot snapshot = Capture::snapshot("test");
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     EXPECT_LT(seconds, 1.0);
 
-    ASSERT_EQ(reported.size(), 4u);
+    ASSERT_EQ(reported.size(), allTitles.size());
     for (const auto& [title, window] : reported) {
         const WindowState* saved = captured(snapshot, title);
         ASSERT_NE(saved, nullptr) << title << " was not captured";
@@ -111,31 +146,51 @@ TEST_P(KWinTest, CaptureListsEveryWindowAsKWinReportsIt) {
         EXPECT_EQ(saved->fullScreen, window.fullScreen) << title;
         EXPECT_EQ(saved->maximizedHorizontally, window.maximizedHorizontally) << title;
         EXPECT_EQ(saved->maximizedVertically, window.maximizedVertically) << title;
-        EXPECT_EQ(saved->workspace, window.desktop - 1) << title;
+        // Workspaces count from 0, KWin's desktops from 1; both say -1 for all.
+        EXPECT_EQ(saved->workspace, window.desktop < 0 ? -1 : window.desktop - 1) << title;
     }
     EXPECT_EQ(captured(snapshot, xtermTitle)->workspace, 1);
     EXPECT_EQ(captured(snapshot, gtkTitle)->maximizedVertically, true);
     EXPECT_EQ(captured(snapshot, xlogoTitle)->minimized, true);
-    // Wayland-native windows are named by their app id's desktop entry.
-    bool gtkNamed = false;
+    EXPECT_EQ(captured(snapshot, secondGeditTitle)->workspace, 2);
+    EXPECT_EQ(captured(snapshot, qtTitle)->workspace, -1) << "on all desktops";
+    EXPECT_EQ(captured(snapshot, mousepadTitle)->minimized, true);
+    // Wayland-native windows are named by their app id's desktop entry, and
+    // gedit's two windows are one app's.
+    std::map<std::string, size_t> windowsByEntry;
     for (const AppState& app : snapshot.apps)
-        if (app.bundleID == "gtk3-demo.desktop") gtkNamed = !app.windows.empty();
-    EXPECT_TRUE(gtkNamed);
+        if (app.bundleID) windowsByEntry[*app.bundleID] += app.windows.size();
+    EXPECT_EQ(windowsByEntry["gtk3-demo.desktop"], 1u);
+    EXPECT_EQ(windowsByEntry["org.gnome.gedit.desktop"], 2u);
+    EXPECT_EQ(windowsByEntry["org.xfce.mousepad.desktop"], 1u);
+    EXPECT_EQ(windowsByEntry["qt6ct.desktop"], 1u);
+    EXPECT_EQ(snapshot.apps.size(), programCount);
 }
 
 TEST_P(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
-    // The session to keep: frames of their own, one window on desktop 2, one
-    // maximized, one minimized.
+    // The session to keep: frames of their own, windows on desktops 2 and 3
+    // and one on all, one maximized, two minimized.
     session_->script(forWindow(westonTitle, "c.frameGeometry = {x: 40, y: 30, width: 600, height: 400};") +
                      forWindow(xtermTitle, "c.frameGeometry = {x: 700, y: 300, width: 500, height: 350}; "
                                            "moveToDesktop(c, 2);") +
                      forWindow(gtkTitle, "c.setMaximize(true, true);") +
                      forWindow(xlogoTitle, "c.frameGeometry = {x: 900, y: 50, width: 200, height: 150}; "
-                                           "c.minimized = true;"));
+                                           "c.minimized = true;") +
+                     forWindow(geditTitle, "c.frameGeometry = {x: 60, y: 80, width: 700, height: 500};") +
+                     forWindow(secondGeditTitle, "c.frameGeometry = {x: 520, y: 260, width: 640, height: 480}; "
+                                                 "moveToDesktop(c, 3);") +
+                     forWindow(mousepadTitle, "c.frameGeometry = {x: 150, y: 200, width: 600, height: 400}; "
+                                              "c.minimized = true;") +
+                     forWindow(qtTitle, "c.frameGeometry = {x: 640, y: 40, width: 560, height: 600}; "
+                                        "moveToDesktop(c, -1);"));
     ASSERT_TRUE(eventually([&] {
         auto now = byTitle();
-        return now[gtkTitle].maximizedVertically && now[xlogoTitle].minimized && now[westonTitle].x == 40;
+        return now[gtkTitle].maximizedVertically && now[xlogoTitle].minimized && now[westonTitle].x == 40 &&
+               now[mousepadTitle].minimized && now[secondGeditTitle].desktop == 3 && now[qtTitle].desktop == -1 &&
+               now[geditTitle].x == 60 && now[qtTitle].x == 640;
     }));
+    // Let the programs finish whatever they do after a resize.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
     std::map<std::string, KWinWindow> kept = byTitle();
     Snapshot snapshot = Capture::snapshot("test");
     for (const auto& [title, window] : kept) ASSERT_NE(captured(snapshot, title), nullptr) << title;
@@ -146,17 +201,26 @@ TEST_P(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
                      forWindow(gtkTitle, "c.setMaximize(false, false); c.frameGeometry = {x: 300, y: 200, width: 500, "
                                          "height: 400}; moveToDesktop(c, 4);") +
                      forWindow(xlogoTitle, "c.minimized = false; c.frameGeometry = {x: 0, y: 0, width: 120, "
-                                           "height: 120};"));
+                                           "height: 120};") +
+                     forWindow(geditTitle, "c.setMaximize(true, true);") +
+                     forWindow(secondGeditTitle, "moveToDesktop(c, 1); c.frameGeometry = {x: 200, y: 100, width: 500, "
+                                                 "height: 400};") +
+                     forWindow(mousepadTitle, "c.minimized = false; c.frameGeometry = {x: 0, y: 0, width: 560, "
+                                              "height: 300};") +
+                     forWindow(qtTitle, "moveToDesktop(c, 1); c.frameGeometry = {x: 100, y: 100, width: 500, "
+                                        "height: 560};"));
     ASSERT_TRUE(eventually([&] {
         auto now = byTitle();
-        return now[westonTitle].maximizedHorizontally && !now[xlogoTitle].minimized && now[xtermTitle].desktop == 3;
+        return now[westonTitle].maximizedHorizontally && !now[xlogoTitle].minimized && now[xtermTitle].desktop == 3 &&
+               now[geditTitle].maximizedVertically && !now[mousepadTitle].minimized &&
+               now[secondGeditTitle].desktop == 1 && now[qtTitle].desktop == 1;
     }));
 
     auto started = std::chrono::steady_clock::now();
     Restore::Result result = Restore::run(snapshot, nullptr);
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     EXPECT_LT(seconds, 5.0);
-    EXPECT_EQ(result.windows, 4);
+    EXPECT_EQ(result.windows, static_cast<int>(allTitles.size()));
     EXPECT_TRUE(result.problems.empty()) << result.problems.front();
 
     std::map<std::string, KWinWindow> now;
@@ -174,6 +238,8 @@ TEST_P(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
         return true;
     };
     bool back = eventually(matches, 3.0);
+    EXPECT_EQ(now.size(), kept.size()) << "no second copies: " << titlesOf(now);
+    EXPECT_EQ(now[geditTitle].pid, now[secondGeditTitle].pid) << "gedit's windows are still one process's";
     for (const auto& [title, before] : kept) {
         const KWinWindow& after = now[title];
         EXPECT_NEAR(after.x, before.x, 2) << title;
@@ -196,8 +262,18 @@ TEST_P(KWinTest, QuitProgramsComeBackThroughTheProgramWhereTheyWere) {
     session_->script(forWindow(westonTitle, "c.frameGeometry = {x: 40, y: 30, width: 600, height: 400};") +
                      forWindow(xtermTitle, "c.frameGeometry = {x: 700, y: 300, width: 500, height: 350};") +
                      forWindow(gtkTitle, "c.frameGeometry = {x: 300, y: 420, width: 640, height: 360};") +
-                     forWindow(xlogoTitle, "c.frameGeometry = {x: 900, y: 50, width: 200, height: 150};"));
-    ASSERT_TRUE(eventually([&] { return byTitle()[westonTitle].x == 40 && byTitle()[xlogoTitle].x == 900; }));
+                     forWindow(xlogoTitle, "c.frameGeometry = {x: 900, y: 50, width: 200, height: 150};") +
+                     forWindow(geditTitle, "c.frameGeometry = {x: 60, y: 80, width: 700, height: 500};") +
+                     forWindow(secondGeditTitle, "c.frameGeometry = {x: 520, y: 260, width: 640, height: 480};") +
+                     forWindow(mousepadTitle, "c.frameGeometry = {x: 150, y: 200, width: 600, height: 400};") +
+                     forWindow(qtTitle, "c.frameGeometry = {x: 640, y: 40, width: 560, height: 600};"));
+    ASSERT_TRUE(eventually([&] {
+        auto now = byTitle();
+        return now[westonTitle].x == 40 && now[xlogoTitle].x == 900 && now[secondGeditTitle].x == 520 &&
+               now[qtTitle].x == 640;
+    }));
+    // Let the programs finish whatever they do after a resize.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
     std::map<std::string, KWinWindow> kept = byTitle();
     // Programs a restore starts are not our children: whatever of this
     // desktop's still runs at the end is ended here, also when the test fails.
@@ -242,9 +318,11 @@ TEST_P(KWinTest, QuitProgramsComeBackThroughTheProgramWhereTheyWere) {
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     std::filesystem::remove(file);
     EXPECT_EQ(status, 0) << said;
-    EXPECT_NE(said.find("launched 4, windows 4, tabs 0\n"), std::string::npos) << said;
+    // gedit comes back through its entry, and its second window through the
+    // entry's new-window action.
+    EXPECT_NE(said.find("launched 7, windows 8, tabs 0\n"), std::string::npos) << said;
     EXPECT_EQ(said.find("problem:"), std::string::npos) << said;
-    EXPECT_LT(seconds, 15.0) << "four programs started and placed";
+    EXPECT_LT(seconds, 15.0) << "seven programs started and placed";
 
     std::map<std::string, KWinWindow> now;
     bool back = eventually(
@@ -267,7 +345,8 @@ TEST_P(KWinTest, QuitProgramsComeBackThroughTheProgramWhereTheyWere) {
         EXPECT_NEAR(now[title].height, before.height, 2) << title;
     }
     EXPECT_TRUE(back);
-    EXPECT_EQ(session_->windows().size(), 4u) << "no second copies";
+    EXPECT_EQ(session_->windows().size(), allTitles.size()) << "no second copies";
+    EXPECT_EQ(now[geditTitle].pid, now[secondGeditTitle].pid) << "both gedit windows in one process";
 }
 
 // The attribute names the backend answers are the ones the window logic asks.
@@ -284,11 +363,10 @@ TEST_P(KWinTest, TheProgramChoosesKWinAndCapturesEveryWindow) {
     for (ssize_t n; (n = ::read(child->errorOutput().get(), buffer, sizeof buffer)) > 0;) err.append(buffer, size_t(n));
     int status = child->wait();
     ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << err;
-    EXPECT_EQ(err, "4 apps \u00B7 4 windows; window manager: KWin (Wayland)\n");
+    EXPECT_EQ(err, "7 apps \u00B7 8 windows; window manager: KWin (Wayland)\n");
     auto snapshot = decodeSnapshot(out);
     ASSERT_TRUE(snapshot);
-    for (const char* title : {westonTitle, gtkTitle, xtermTitle, xlogoTitle})
-        EXPECT_NE(captured(*snapshot, title), nullptr) << title;
+    for (const std::string& title : allTitles) EXPECT_NE(captured(*snapshot, title), nullptr) << title;
 }
 
 // Test names carry the build: kwin/KWinTest.Name/installed, .../debian13.

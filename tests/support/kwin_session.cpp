@@ -147,6 +147,7 @@ constexpr const char* scriptPrelude =
     "}\n"
     "function moveToDesktop(c, number) {\n"
     "  if (typeof c.desktop === \"number\") { c.desktop = number; return; }\n"
+    "  if (number === -1) { c.onAllDesktops = true; return; }\n"
     "  var all = workspace.desktops;\n"
     "  for (var i = 0; i < all.length; ++i) if (all[i].x11DesktopNumber === number) c.desktops = [all[i]];\n"
     "}\n";
@@ -273,6 +274,8 @@ KWinSession::KWinSession(KWinBuild build, int outputs, int desktops, int width, 
     }
     remember("WAYLAND_DISPLAY", wayland_);
     remember("DISPLAY", x11_);
+    // As a Plasma Wayland login says: Qt programs take Wayland by this.
+    remember("XDG_SESSION_TYPE", "wayland");
 }
 
 KWinSession::~KWinSession() {
