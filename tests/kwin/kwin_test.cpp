@@ -48,6 +48,17 @@ const std::vector<std::string> allTitles{westonTitle,  gtkTitle, geditTitle, sec
 // gedit's two windows are one process's: seven programs, eight windows.
 constexpr size_t programCount = 7;
 
+// Terminals (xterm, weston-terminal) size themselves in whole character
+// cells: a frame asked of one holds to within a cell (under 20 px with any of
+// their fonts).
+constexpr double terminalCell = 20;
+
+// A frame asked of a window, and how near its size must come.
+struct Wanted {
+    double x, y, width, height;
+    double sizeStep = 2;
+};
+
 class KWinTest : public ::testing::TestWithParam<KWinBuild> {
 protected:
     void SetUp() override {
@@ -99,6 +110,31 @@ protected:
         return text;
     }
 
+    // Whether every window named has taken its frame.
+    bool framesHeld(const std::map<std::string, Wanted>& frames) {
+        auto now = byTitle();
+        for (const auto& [title, f] : frames) {
+            const KWinWindow& window = now[title];
+            if (std::abs(window.x - f.x) > 2 || std::abs(window.y - f.y) > 2 ||
+                std::abs(window.width - f.width) > f.sizeStep || std::abs(window.height - f.height) > f.sizeStep)
+                return false;
+        }
+        return true;
+    }
+
+    // Each window's frame and states, for a failure's message.
+    static std::string framesOf(const std::map<std::string, KWinWindow>& windows) {
+        std::string text;
+        char line[256];
+        for (const auto& [title, w] : windows) {
+            std::snprintf(line, sizeof line, "\n  \"%s\": %g,%g %gx%g desktop %lld%s%s%s", title.c_str(), w.x, w.y,
+                          w.width, w.height, static_cast<long long>(w.desktop), w.minimized ? " minimized" : "",
+                          w.maximizedHorizontally ? " wide" : "", w.maximizedVertically ? " tall" : "");
+            text += line;
+        }
+        return text;
+    }
+
     // The captured window of this title, with the app it belongs to.
     static const WindowState* captured(const Snapshot& snapshot, const std::string& title) {
         for (const AppState& app : snapshot.apps)
@@ -117,9 +153,21 @@ std::string forWindow(const std::string& title, const std::string& body) {
            "\") { var c = l[i]; " + body + " }\n";
 }
 
+std::string framesScript(const std::map<std::string, Wanted>& frames) {
+    std::string script;
+    for (const auto& [title, f] : frames) {
+        char body[160];
+        std::snprintf(body, sizeof body, "c.frameGeometry = {x: %g, y: %g, width: %g, height: %g};", f.x, f.y, f.width,
+                      f.height);
+        script += forWindow(title, body);
+    }
+    return script;
+}
+
 TEST_P(KWinTest, CaptureListsEveryWindowAsKWinReportsIt) {
     session_->script(forWindow(xtermTitle, "moveToDesktop(c, 2);") + forWindow(gtkTitle, "c.setMaximize(true, true);") +
-                     forWindow(xlogoTitle, "c.minimized = true;") + forWindow(secondGeditTitle, "moveToDesktop(c, 3);") +
+                     forWindow(xlogoTitle, "c.minimized = true;") +
+                     forWindow(secondGeditTitle, "moveToDesktop(c, 3);") +
                      forWindow(mousepadTitle, "c.minimized = true;") + forWindow(qtTitle, "moveToDesktop(c, -1);"));
     std::map<std::string, KWinWindow> reported;
     ASSERT_TRUE(eventually([&] {
@@ -168,53 +216,61 @@ TEST_P(KWinTest, CaptureListsEveryWindowAsKWinReportsIt) {
 }
 
 TEST_P(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
-    // The session to keep: frames of their own, windows on desktops 2 and 3
-    // and one on all, one maximized, two minimized.
-    session_->script(forWindow(westonTitle, "c.frameGeometry = {x: 40, y: 30, width: 600, height: 400};") +
-                     forWindow(xtermTitle, "c.frameGeometry = {x: 700, y: 300, width: 500, height: 350}; "
-                                           "moveToDesktop(c, 2);") +
-                     forWindow(gtkTitle, "c.setMaximize(true, true);") +
-                     forWindow(xlogoTitle, "c.frameGeometry = {x: 900, y: 50, width: 200, height: 150}; "
-                                           "c.minimized = true;") +
-                     forWindow(geditTitle, "c.frameGeometry = {x: 60, y: 80, width: 700, height: 500};") +
-                     forWindow(secondGeditTitle, "c.frameGeometry = {x: 520, y: 260, width: 640, height: 480}; "
-                                                 "moveToDesktop(c, 3);") +
-                     forWindow(mousepadTitle, "c.frameGeometry = {x: 150, y: 200, width: 600, height: 400}; "
-                                              "c.minimized = true;") +
-                     forWindow(qtTitle, "c.frameGeometry = {x: 640, y: 40, width: 560, height: 600}; "
-                                        "moveToDesktop(c, -1);"));
+    // The session to keep, arranged as a user would: frames of their own
+    // first, then windows sent to desktops 2 and 3 and one to all, one
+    // maximized, two minimized.
+    const std::map<std::string, Wanted> keptFrames{
+        {westonTitle, {40, 30, 600, 400, terminalCell}},
+        {xtermTitle, {700, 300, 500, 350, terminalCell}},
+        {xlogoTitle, {900, 50, 200, 150}},
+        {geditTitle, {60, 80, 700, 500}},
+        {secondGeditTitle, {520, 260, 640, 480}},
+        {mousepadTitle, {150, 200, 600, 400}},
+        {qtTitle, {640, 40, 560, 600}}};
+    session_->script(framesScript(keptFrames));
+    ASSERT_TRUE(eventually([&] { return framesHeld(keptFrames); })) << framesOf(byTitle());
+    session_->script(forWindow(xtermTitle, "moveToDesktop(c, 2);") + forWindow(gtkTitle, "c.setMaximize(true, true);") +
+                     forWindow(xlogoTitle, "c.minimized = true;") +
+                     forWindow(secondGeditTitle, "moveToDesktop(c, 3);") +
+                     forWindow(mousepadTitle, "c.minimized = true;") + forWindow(qtTitle, "moveToDesktop(c, -1);"));
     ASSERT_TRUE(eventually([&] {
         auto now = byTitle();
-        return now[gtkTitle].maximizedVertically && now[xlogoTitle].minimized && now[westonTitle].x == 40 &&
-               now[mousepadTitle].minimized && now[secondGeditTitle].desktop == 3 && now[qtTitle].desktop == -1 &&
-               now[geditTitle].x == 60 && now[qtTitle].x == 640;
-    }));
-    // Let the programs finish whatever they do after a resize.
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        return now[gtkTitle].maximizedVertically && now[xlogoTitle].minimized && now[mousepadTitle].minimized &&
+               now[xtermTitle].desktop == 2 && now[secondGeditTitle].desktop == 3 && now[qtTitle].desktop == -1;
+    })) << framesOf(byTitle());
     std::map<std::string, KWinWindow> kept = byTitle();
     Snapshot snapshot = Capture::snapshot("test");
     for (const auto& [title, window] : kept) ASSERT_NE(captured(snapshot, title), nullptr) << title;
 
-    // A user moves everything around.
-    session_->script(forWindow(westonTitle, "c.setMaximize(true, true);") +
-                     forWindow(xtermTitle, "moveToDesktop(c, 3); c.frameGeometry = {x: 10, y: 10, width: 300, height: 200};") +
-                     forWindow(gtkTitle, "c.setMaximize(false, false); c.frameGeometry = {x: 300, y: 200, width: 500, "
-                                         "height: 400}; moveToDesktop(c, 4);") +
-                     forWindow(xlogoTitle, "c.minimized = false; c.frameGeometry = {x: 0, y: 0, width: 120, "
-                                           "height: 120};") +
-                     forWindow(geditTitle, "c.setMaximize(true, true);") +
-                     forWindow(secondGeditTitle, "moveToDesktop(c, 1); c.frameGeometry = {x: 200, y: 100, width: 500, "
-                                                 "height: 400};") +
-                     forWindow(mousepadTitle, "c.minimized = false; c.frameGeometry = {x: 0, y: 0, width: 560, "
-                                              "height: 300};") +
-                     forWindow(qtTitle, "moveToDesktop(c, 1); c.frameGeometry = {x: 100, y: 100, width: 500, "
-                                        "height: 560};"));
+    // A user moves everything around: brings the windows here, gives them
+    // frames, and sends some elsewhere.
+    session_->script(forWindow(gtkTitle, "c.setMaximize(false, false);") +
+                     forWindow(xlogoTitle, "c.minimized = false;") + forWindow(mousepadTitle, "c.minimized = false;") +
+                     forWindow(secondGeditTitle, "moveToDesktop(c, 1);") +
+                     forWindow(xtermTitle, "moveToDesktop(c, 1);") +
+                     forWindow(qtTitle, "moveToDesktop(c, 1);"));
     ASSERT_TRUE(eventually([&] {
         auto now = byTitle();
-        return now[westonTitle].maximizedHorizontally && !now[xlogoTitle].minimized && now[xtermTitle].desktop == 3 &&
-               now[geditTitle].maximizedVertically && !now[mousepadTitle].minimized &&
-               now[secondGeditTitle].desktop == 1 && now[qtTitle].desktop == 1;
-    }));
+        return !now[gtkTitle].maximizedVertically && !now[xlogoTitle].minimized && !now[mousepadTitle].minimized &&
+               now[secondGeditTitle].desktop == 1 && now[xtermTitle].desktop == 1 && now[qtTitle].desktop == 1;
+    })) << framesOf(byTitle());
+    const std::map<std::string, Wanted> movedFrames{
+        {xtermTitle, {10, 10, 300, 200, terminalCell}},
+        {gtkTitle, {300, 200, 500, 400}},
+        {xlogoTitle, {0, 0, 120, 120}},
+        {secondGeditTitle, {200, 100, 500, 400}},
+        {mousepadTitle, {0, 0, 560, 300}},
+        {qtTitle, {100, 100, 500, 600}}};
+    session_->script(framesScript(movedFrames));
+    ASSERT_TRUE(eventually([&] { return framesHeld(movedFrames); })) << framesOf(byTitle());
+    session_->script(forWindow(westonTitle, "c.setMaximize(true, true);") +
+                     forWindow(xtermTitle, "moveToDesktop(c, 3);") +
+                     forWindow(gtkTitle, "moveToDesktop(c, 4);") + forWindow(geditTitle, "c.setMaximize(true, true);"));
+    ASSERT_TRUE(eventually([&] {
+        auto now = byTitle();
+        return now[westonTitle].maximizedHorizontally && now[geditTitle].maximizedVertically &&
+               now[xtermTitle].desktop == 3 && now[gtkTitle].desktop == 4;
+    })) << framesOf(byTitle());
 
     auto started = std::chrono::steady_clock::now();
     Restore::Result result = Restore::run(snapshot, nullptr);
@@ -223,25 +279,38 @@ TEST_P(KWinTest, RestorePutsEveryWindowBackWithItsStates) {
     EXPECT_EQ(result.windows, static_cast<int>(allTitles.size()));
     EXPECT_TRUE(result.problems.empty()) << result.problems.front();
 
-    std::map<std::string, KWinWindow> now;
-    auto matches = [&] {
-        now = byTitle();
-        for (const auto& [title, before] : kept) {
-            const KWinWindow& after = now[title];
-            bool close = std::abs(after.x - before.x) <= 2 && std::abs(after.y - before.y) <= 2 &&
-                         std::abs(after.width - before.width) <= 2 && std::abs(after.height - before.height) <= 2;
-            if (!close || after.minimized != before.minimized || after.desktop != before.desktop ||
-                after.maximizedHorizontally != before.maximizedHorizontally ||
-                after.maximizedVertically != before.maximizedVertically || after.fullScreen != before.fullScreen)
-                return false;
-        }
-        return true;
+    // What a user sees on each desktop in turn: a Wayland program takes a
+    // new frame only once it draws at that size, and one still waiting for
+    // KWin's go-ahead to draw (a frame callback) gets none while its desktop
+    // is not shown.
+    auto same = [](const KWinWindow& after, const KWinWindow& before) {
+        return std::abs(after.x - before.x) <= 2 && std::abs(after.y - before.y) <= 2 &&
+               std::abs(after.width - before.width) <= 2 && std::abs(after.height - before.height) <= 2 &&
+               after.minimized == before.minimized && after.desktop == before.desktop &&
+               after.maximizedHorizontally == before.maximizedHorizontally &&
+               after.maximizedVertically == before.maximizedVertically && after.fullScreen == before.fullScreen;
     };
-    bool back = eventually(matches, 3.0);
+    std::map<std::string, KWinWindow> now, seen;
+    bool back = true;
+    for (int desktop = 1; desktop <= 4; ++desktop) {
+        auto there = [&](const KWinWindow& window) { return window.desktop == desktop || window.desktop == -1; };
+        session_->script("showDesktop(" + std::to_string(desktop) + ");");
+        back = eventually(
+                   [&] {
+                       now = byTitle();
+                       for (const auto& [title, before] : kept)
+                           if (there(before) && !same(now[title], before)) return false;
+                       return true;
+                   },
+                   3.0) &&
+               back;
+        for (const auto& [title, before] : kept)
+            if (there(before)) seen[title] = now[title];
+    }
     EXPECT_EQ(now.size(), kept.size()) << "no second copies: " << titlesOf(now);
     EXPECT_EQ(now[geditTitle].pid, now[secondGeditTitle].pid) << "gedit's windows are still one process's";
     for (const auto& [title, before] : kept) {
-        const KWinWindow& after = now[title];
+        const KWinWindow& after = seen[title];
         EXPECT_NEAR(after.x, before.x, 2) << title;
         EXPECT_NEAR(after.y, before.y, 2) << title;
         EXPECT_NEAR(after.width, before.width, 2) << title;

@@ -143,13 +143,20 @@ constexpr const char* scriptPrelude =
     "function desktopOf(c) {\n"
     "  if (typeof c.desktop === \"number\") return c.desktop;\n"
     "  if (c.onAllDesktops) return -1;\n"
-    "  return c.desktops.length > 0 ? c.desktops[0].x11DesktopNumber : 0;\n"
+    "  return c.desktops && c.desktops.length > 0 ? c.desktops[0].x11DesktopNumber : 0;\n"
     "}\n"
     "function moveToDesktop(c, number) {\n"
     "  if (typeof c.desktop === \"number\") { c.desktop = number; return; }\n"
     "  if (number === -1) { c.onAllDesktops = true; return; }\n"
     "  var all = workspace.desktops;\n"
     "  for (var i = 0; i < all.length; ++i) if (all[i].x11DesktopNumber === number) c.desktops = [all[i]];\n"
+    "}\n"
+    // KWin 6's current desktop is one of those objects too.
+    "function showDesktop(number) {\n"
+    "  if (typeof workspace.currentDesktop === \"number\") { workspace.currentDesktop = number; return; }\n"
+    "  var all = workspace.desktops;\n"
+    "  for (var i = 0; i < all.length; ++i)\n"
+    "    if (all[i].x11DesktopNumber === number) workspace.currentDesktop = all[i];\n"
     "}\n";
 
 }  // namespace
@@ -160,7 +167,8 @@ void PrintTo(KWinBuild build, std::ostream* out) { *out << nameOf(build); }
 
 std::filesystem::path debian13Root() {
     const char* chosen = std::getenv("TARNWICK_DEBIAN13_ROOT");
-    return chosen && *chosen ? std::filesystem::path(chosen) : std::filesystem::path("/var/cache/tarnwick/debian13-root");
+    return chosen && *chosen ? std::filesystem::path(chosen)
+                             : std::filesystem::path("/var/cache/tarnwick/debian13-root");
 }
 
 KWinSession::KWinSession(KWinBuild build, int outputs, int desktops, int width, int height) {
@@ -344,8 +352,11 @@ void KWinSession::script(const std::string& source) {
     std::string name = "tarnwick-probe-" + std::to_string(scripts_);
     std::filesystem::path file = folder_->path() / (name + ".js");
     std::filesystem::path log = folder_->path() / "kwin.log";
-    // The script says when it has run into KWin's output, which we keep.
-    std::ofstream(file) << scriptPrelude << source << "\nprint(\"" << name << " ran\");\n";
+    // The script says when it has run into KWin's output, which we keep,
+    // also when it stopped at an error, which is passed on.
+    std::ofstream(file) << scriptPrelude << "try {\n"
+                        << source << "\n} catch (error) { print(\"" << name << " failed: \" + error); }\nprint(\""
+                        << name << " ran\");\n";
     auto loaded = call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
                         "org.kde.kwin.Scripting.loadScript", file.string(), name});
     if (!loaded) return;
@@ -365,8 +376,13 @@ void KWinSession::script(const std::string& source) {
                 break;
             }
     auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (fileText(log).find(name + " ran") == std::string::npos && Clock::now() < deadline)
+    std::string text;
+    while ((text = fileText(log)).find(name + " ran") == std::string::npos && Clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (size_t failed = text.find(name + " failed: "); failed != std::string::npos)
+        std::fprintf(stderr, "kwin session: %s\n", text.substr(failed, text.find('\n', failed) - failed).c_str());
+    else if (text.find(name + " ran") == std::string::npos)
+        std::fprintf(stderr, "kwin session: %s did not run within 10 s\n", name.c_str());
     call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
           "org.kde.kwin.Scripting.unloadScript", name});
 }

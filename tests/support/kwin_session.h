@@ -79,8 +79,8 @@ public:
     std::vector<KWinWindow> windows();
     // Runs a KWin script (JavaScript) and returns once it has run. Whatever
     // KWin it runs on, the script can use kwinWindows() for the windows,
-    // desktopOf(window) for a window's desktop (counted from 1, -1 on all)
-    // and moveToDesktop(window, number), -1 for all.
+    // desktopOf(window) for a window's desktop (counted from 1, -1 on all),
+    // moveToDesktop(window, number), -1 for all, and showDesktop(number).
     void script(const std::string& source);
 
 private:
