@@ -110,7 +110,8 @@ public:
         if (!connect() || resourceClass.empty()) return std::nullopt;
         xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data->root;
         const char name[] = "_NET_CLIENT_LIST";
-        auto* atom = xcb_intern_atom_reply(connection_, xcb_intern_atom(connection_, 1, sizeof name - 1, name), nullptr);
+        auto* atom =
+            xcb_intern_atom_reply(connection_, xcb_intern_atom(connection_, 1, sizeof name - 1, name), nullptr);
         if (atom == nullptr) return std::nullopt;
         xcb_atom_t clientList = atom->atom;
         std::free(atom);
