@@ -20,6 +20,7 @@ namespace tarnwick {
 namespace {
 
 using testing::eventually;
+using testing::KWinBuild;
 using testing::KWinSession;
 using testing::KWinWindow;
 using testing::ScopedPlatform;
@@ -53,7 +54,7 @@ const WindowState* captured(const Snapshot& snapshot, const std::string& title) 
 // A KWin session with weston-terminal (Wayland) and xterm (XWayland), and the
 // KWin backend installed on it.
 struct Desktop {
-    explicit Desktop(int outputs) : session(std::make_unique<KWinSession>(outputs)) {
+    Desktop(KWinBuild build, int outputs) : session(std::make_unique<KWinSession>(build, outputs)) {
         if (!session->running()) return;
         session->start("weston-terminal", {});
         session->start("xterm", {});
@@ -73,16 +74,18 @@ struct Desktop {
     bool shown = false;
 };
 
-TEST(KWinOutputsTest, AWindowOnTheSecondOutputComesBackThereAndOntoTheFirstWholeWhenItIsGone) {
+class KWinOutputsTest : public ::testing::TestWithParam<KWinBuild> {};
+
+TEST_P(KWinOutputsTest, AWindowOnTheSecondOutputComesBackThereAndOntoTheFirstWholeWhenItIsGone) {
     Snapshot snapshot;
     {
-        Desktop two(2);
+        Desktop two(GetParam(), 2);
         if (!two.session->running()) GTEST_SKIP() << "no headless KWin here: " << two.session->whyNot();
         ASSERT_TRUE(two.shown) << "the two programs did not both show a window";
         ASSERT_TRUE(two.backend);
         EXPECT_EQ(two.backend->outputs(), (std::vector<Output>{{"Virtual-0", Frame{0, 0, 1280, 800}},
                                                                 {"Virtual-1", Frame{1280, 0, 1280, 800}}}))
-            << "KWin 5 names its outputs only in its support information";
+            << "KWin 5 names its outputs only in its support information, KWin 6 to scripts";
 
         two.session->script(forWindow(westonTitle, "c.frameGeometry = {x: 1500, y: 120, width: 600, height: 400};") +
                             forWindow(xtermTitle, "c.frameGeometry = {x: 100, y: 100, width: 500, height: 350};"));
@@ -113,7 +116,7 @@ TEST(KWinOutputsTest, AWindowOnTheSecondOutputComesBackThereAndOntoTheFirstWhole
     }
 
     // The second monitor unplugged: the same snapshot on a desktop of one output.
-    Desktop one(1);
+    Desktop one(GetParam(), 1);
     ASSERT_TRUE(one.session->running()) << one.session->whyNot();
     ASSERT_TRUE(one.shown);
     ASSERT_TRUE(one.backend);
@@ -139,8 +142,8 @@ TEST(KWinOutputsTest, AWindowOnTheSecondOutputComesBackThereAndOntoTheFirstWhole
 // XWayland shows KWin's outputs to X11 clients as RandR monitors: the X11
 // backend, as it runs in any X11 session with several monitors, finds both
 // and names the one a window is on.
-TEST(KWinOutputsTest, TheX11BackendReadsTheOutputsAsRandRMonitors) {
-    KWinSession session(2);
+TEST_P(KWinOutputsTest, TheX11BackendReadsTheOutputsAsRandRMonitors) {
+    KWinSession session(GetParam(), 2);
     if (!session.running()) GTEST_SKIP() << "no headless KWin here: " << session.whyNot();
     session.start("xterm", {});
     ASSERT_TRUE(eventually([&] { return session.windows().size() == 1; }, 20.0));
@@ -166,6 +169,9 @@ TEST(KWinOutputsTest, TheX11BackendReadsTheOutputsAsRandRMonitors) {
         }
     EXPECT_EQ(output, outputs[1].name);
 }
+
+INSTANTIATE_TEST_SUITE_P(kwin, KWinOutputsTest, ::testing::Values(KWinBuild::installed, KWinBuild::debian13),
+                         [](const ::testing::TestParamInfo<KWinBuild>& build) { return testing::nameOf(build.param); });
 
 TEST(KWinOutputsText, TheSupportInformationNamesEachScreenWithItsGeometry) {
     const std::string text =

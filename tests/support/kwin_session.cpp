@@ -43,29 +43,40 @@ std::string fileText(const std::filesystem::path& file) {
     return text.str();
 }
 
-// The X display of the XWayland that KWin started: its child's ":N" argument.
-std::optional<std::string> xwaylandDisplay(pid_t kwin) {
+// The X display KWin serves XWayland on: the one whose lock file names KWin's
+// pid. KWin makes the display's sockets and lock itself, before XWayland runs
+// (KWin 6 starts XWayland only when the first X11 program connects).
+std::optional<std::string> xDisplayOf(pid_t kwin) {
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+    for (const auto& entry : std::filesystem::directory_iterator("/tmp", error)) {
         std::string name = entry.path().filename().string();
-        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-        std::string stat = fileText(entry.path() / "stat");
-        size_t close = stat.rfind(')');
-        if (close == std::string::npos) continue;
-        std::istringstream fields(stat.substr(close + 2));
-        std::string state;
-        long parent = 0;
-        fields >> state >> parent;
-        if (parent != kwin) continue;
-        std::string cmdline = fileText(entry.path() / "cmdline");
-        if (cmdline.find("Xwayland") == std::string::npos) continue;
-        for (size_t at = 0; at < cmdline.size(); at = cmdline.find('\0', at) + 1) {
-            std::string word = cmdline.substr(at, cmdline.find('\0', at) - at);
-            if (!word.empty() && word[0] == ':') return word;
-            if (cmdline.find('\0', at) == std::string::npos) break;
-        }
+        if (name.size() < 8 || name.rfind(".X", 0) != 0 || name.substr(name.size() - 5) != "-lock") continue;
+        std::string number = name.substr(2, name.size() - 7);
+        if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos) continue;
+        if (std::atol(fileText(entry.path()).c_str()) == kwin) return ":" + number;
     }
     return std::nullopt;
+}
+
+// What the KWin of a build needs, and what is missing of it (empty when nothing).
+std::string missingFor(KWinBuild build) {
+    for (const char* needed : {"dbus-daemon", "gdbus"})
+        if (!pathOf(needed)) return std::string(needed) + " is not installed";
+    if (build == KWinBuild::installed) {
+        if (!pathOf("kwin_wayland")) return "kwin_wayland is not installed";
+        if (!pathOf("Xwayland")) return "Xwayland is not installed";
+        return "";
+    }
+    std::error_code error;
+    const auto root = debian13Root();
+    if (!std::filesystem::exists(root / ".tarnwick-complete", error))
+        return "no Debian 13 root at " + root.string() + " (tools/make-debian13-root makes it)";
+    if (::geteuid() != 0) return "KWin from the Debian 13 root needs root (unshare -m, mount, chroot)";
+    if (std::filesystem::temp_directory_path(error) != "/tmp")
+        return "KWin from the Debian 13 root sees the machine's /tmp only, and TMPDIR names another folder";
+    for (const char* needed : {"unshare", "chroot", "mount"})
+        if (!pathOf(needed)) return std::string(needed) + " is not installed";
+    return "";
 }
 
 // The value gdbus prints for `key` in a{sv}: "'key': <value>".
@@ -81,31 +92,69 @@ std::optional<std::string> field(const std::string& printed, const std::string& 
     return value;
 }
 
+// KWin 5.27 and 6 name some things differently; the scripts run here use
+// these few names for what differs.
+constexpr const char* scriptPrelude =
+    "function kwinWindows() {\n"
+    "  return typeof workspace.windowList === \"function\" ? workspace.windowList() : workspace.clientList();\n"
+    "}\n"
+    // KWin 6 keeps a list of desktop objects where 5.27 kept one number.
+    "function desktopOf(c) {\n"
+    "  if (typeof c.desktop === \"number\") return c.desktop;\n"
+    "  if (c.onAllDesktops) return -1;\n"
+    "  return c.desktops && c.desktops.length > 0 ? c.desktops[0].x11DesktopNumber : 0;\n"
+    "}\n"
+    "function moveToDesktop(c, number) {\n"
+    "  if (typeof c.desktop === \"number\") { c.desktop = number; return; }\n"
+    "  if (number === -1) { c.onAllDesktops = true; return; }\n"
+    "  var all = workspace.desktops;\n"
+    "  for (var i = 0; i < all.length; ++i) if (all[i].x11DesktopNumber === number) c.desktops = [all[i]];\n"
+    "}\n"
+    // KWin 6's current desktop is one of those objects too.
+    "function showDesktop(number) {\n"
+    "  if (typeof workspace.currentDesktop === \"number\") { workspace.currentDesktop = number; return; }\n"
+    "  var all = workspace.desktops;\n"
+    "  for (var i = 0; i < all.length; ++i)\n"
+    "    if (all[i].x11DesktopNumber === number) workspace.currentDesktop = all[i];\n"
+    "}\n";
+
 }  // namespace
 
-KWinSession::KWinSession(int outputs, int desktops, int width, int height) {
-    auto installed = pathOf("kwin_wayland");
-    if (!installed) {
-        whyNot_ = "kwin_wayland is not installed";
-        return;
-    }
-    for (const char* needed : {"dbus-daemon", "gdbus", "Xwayland"})
-        if (!pathOf(needed)) {
-            whyNot_ = std::string(needed) + " is not installed";
-            return;
-        }
+const char* nameOf(KWinBuild build) { return build == KWinBuild::installed ? "installed" : "debian13"; }
+
+void PrintTo(KWinBuild build, std::ostream* out) { *out << nameOf(build); }
+
+std::filesystem::path debian13Root() {
+    const char* chosen = std::getenv("TARNWICK_DEBIAN13_ROOT");
+    return chosen && *chosen ? std::filesystem::path(chosen)
+                             : std::filesystem::path("/var/cache/tarnwick/debian13-root");
+}
+
+KWinSession::KWinSession(KWinBuild build, int outputs, int desktops, int width, int height) {
+    whyNot_ = missingFor(build);
+    if (!whyNot_.empty()) return;
+    const auto root = debian13Root();
     folder_ = std::make_unique<TempDir>("tarnwick-kwin");
     const auto& base = folder_->path();
     // HACK: the installed kwin_wayland carries the file capability
     // cap_sys_resource, which a container may refuse to grant ("Operation not
     // permitted"); a copy carries none. It keeps its name: KWin's own Qt
-    // platform plugin loads only into a program called kwin_wayland.
+    // platform plugin loads only into a program called kwin_wayland. The
+    // Debian 13 root's copy is run inside that root, where /tmp is ours.
     std::error_code error;
     std::filesystem::create_directories(base / "bin", error);
-    std::filesystem::copy_file(*installed, base / "bin" / "kwin_wayland", error);
+    std::filesystem::copy_file(build == KWinBuild::installed ? std::filesystem::path(*pathOf("kwin_wayland"))
+                                                             : root / "usr" / "bin" / "kwin_wayland",
+                               base / "bin" / "kwin_wayland", error);
+    if (error) {
+        whyNot_ = "cannot copy kwin_wayland: " + error.message();
+        return;
+    }
     std::filesystem::create_directories(base / "runtime", error);
     ::chmod((base / "runtime").c_str(), 0700);
     std::filesystem::create_directories(base / "config", error);
+    // KWin's own state and caches go here, not to a home folder of the machine or the root.
+    std::filesystem::create_directories(base / "home", error);
     // A configuration of its own: the host's never leaks in.
     std::ofstream(base / "config" / "kwinrc") << "[Desktops]\nNumber=" << desktops << "\nRows=1\n";
 
@@ -117,8 +166,12 @@ KWinSession::KWinSession(int outputs, int desktops, int width, int height) {
     remember("XDG_RUNTIME_DIR", (base / "runtime").string());
     remember("XDG_CONFIG_HOME", (base / "config").string());
 
+    // The bus listens on a socket in our folder, which the Debian 13 root's
+    // KWin sees at the same path.
     std::string why;
-    if (auto daemon = startGroup({*pathOf("dbus-daemon"), "--session", "--nofork", "--print-address=1"}, why))
+    if (auto daemon = startGroup({*pathOf("dbus-daemon"), "--session", "--nofork", "--print-address=1",
+                                  "--address=unix:path=" + (base / "bus").string()},
+                                 why))
         daemon_.emplace(std::move(*daemon));
     auto address = daemon_ ? firstLine(daemon_->output()) : std::nullopt;
     if (!address || address->empty()) {
@@ -130,14 +183,32 @@ KWinSession::KWinSession(int outputs, int desktops, int width, int height) {
 
     wayland_ = "tarnwick-kwin-" + std::to_string(::getpid());
     const std::filesystem::path log = base / "kwin.log";
+    std::vector<std::string> command;
+    if (build == KWinBuild::installed) {
+        command = {*pathOf("sh"), "-c", "log=$1; shift; exec \"$@\" >\"$log\" 2>&1", "sh", log.string()};
+    } else {
+        // A mount namespace of KWin's own: the root gets the machine's
+        // devices, /proc, /sys and /tmp (our folder, the X11 sockets and
+        // their locks, the scripts Tarnwick hands KWin), and all of it goes
+        // when KWin ends. XWayland needs /tmp/.X11-unix to be there.
+        command = {*pathOf("unshare"), "-m", "--propagation", "private", *pathOf("sh"), "-c",
+                   "root=$1 log=$2; shift 2; exec >\"$log\" 2>&1\n"
+                   "[ -d /tmp/.X11-unix ] || install -d -m 1777 /tmp/.X11-unix\n"
+                   "mount --rbind /dev \"$root/dev\" && mount -t proc proc \"$root/proc\" &&\n"
+                   "  mount --rbind /sys \"$root/sys\" && mount --rbind /tmp \"$root/tmp\" || exit 1\n"
+                   "exec chroot \"$root\" \"$@\"",
+                   "sh", root.string(), log.string()};
+    }
     // Screenshots for the tests that look at what the desktop shows: KWin
     // otherwise answers them only for programs whose desktop entry it trusts.
-    auto kwin = startGroup({*pathOf("env"), "KWIN_SCREENSHOT_NO_PERMISSION_CHECKS=1", *pathOf("sh"), "-c",
-                            "log=$1; shift; exec \"$@\" >\"$log\" 2>&1", "sh", log.string(),
-                            (base / "bin" / "kwin_wayland").string(), "--virtual", "--width", std::to_string(width),
-                            "--height", std::to_string(height), "--output-count", std::to_string(outputs), "--socket",
-                            wayland_, "--xwayland", "--no-lockscreen", "--no-global-shortcuts", "--no-kactivities"},
-                           why);
+    for (const std::string& word :
+         {std::string("env"), std::string("KWIN_SCREENSHOT_NO_PERMISSION_CHECKS=1"), "HOME=" + (base / "home").string(), (base / "bin" / "kwin_wayland").string(),
+          std::string("--virtual"), std::string("--width"), std::to_string(width), std::string("--height"),
+          std::to_string(height), std::string("--output-count"), std::to_string(outputs), std::string("--socket"),
+          wayland_, std::string("--xwayland"), std::string("--no-lockscreen"), std::string("--no-global-shortcuts"),
+          std::string("--no-kactivities")})
+        command.push_back(word);
+    auto kwin = startGroup(command, why);
     if (!kwin) {
         whyNot_ = why;
         return;
@@ -159,8 +230,7 @@ KWinSession::KWinSession(int outputs, int desktops, int width, int height) {
                                     "/org/freedesktop/DBus", "--method", "org.freedesktop.DBus.NameHasOwner",
                                     "org.kde.KWin"})
                             : std::nullopt;
-        auto display = owner && owner->find("true") != std::string::npos ? xwaylandDisplay(kwin_->pid())
-                                                                         : std::nullopt;
+        auto display = owner && owner->find("true") != std::string::npos ? xDisplayOf(kwin_->pid()) : std::nullopt;
         if (display) {
             x11_ = *display;
             break;
@@ -173,6 +243,8 @@ KWinSession::KWinSession(int outputs, int desktops, int width, int height) {
     }
     remember("WAYLAND_DISPLAY", wayland_);
     remember("DISPLAY", x11_);
+    // As a Plasma Wayland login says: Qt programs take Wayland by this.
+    remember("XDG_SESSION_TYPE", "wayland");
 }
 
 KWinSession::~KWinSession() {
@@ -243,19 +315,37 @@ void KWinSession::script(const std::string& source) {
     std::string name = "tarnwick-probe-" + std::to_string(scripts_);
     std::filesystem::path file = folder_->path() / (name + ".js");
     std::filesystem::path log = folder_->path() / "kwin.log";
-    // The script says when it has run into KWin's output, which we keep.
-    std::ofstream(file) << source << "\nprint(\"" << name << " ran\");\n";
+    // The script says when it has run into KWin's output, which we keep,
+    // also when it stopped at an error, which is passed on.
+    std::ofstream(file) << scriptPrelude << "try {\n"
+                        << source << "\n} catch (error) { print(\"" << name << " failed: \" + error); }\nprint(\""
+                        << name << " ran\");\n";
     auto loaded = call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
                         "org.kde.kwin.Scripting.loadScript", file.string(), name});
     if (!loaded) return;
     std::string id;
     for (char c : *loaded)
         if (c >= '0' && c <= '9') id.push_back(c);
-    call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", "/" + id, "--method",
-          "org.kde.kwin.Script.run"});
+    // HACK: KWin 5.27 exports a loaded script as /N, KWin 6 as /Scripting/ScriptN.
+    auto run = [&](const std::string& prefix) {
+        return call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", prefix + id, "--method",
+                     "org.kde.kwin.Script.run"})
+            .has_value();
+    };
+    if (scriptPrefix_.empty() || !run(scriptPrefix_))
+        for (const char* prefix : {"/Scripting/Script", "/"})
+            if (run(prefix)) {
+                scriptPrefix_ = prefix;
+                break;
+            }
     auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (fileText(log).find(name + " ran") == std::string::npos && Clock::now() < deadline)
+    std::string text;
+    while ((text = fileText(log)).find(name + " ran") == std::string::npos && Clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (size_t failed = text.find(name + " failed: "); failed != std::string::npos)
+        std::fprintf(stderr, "kwin session: %s\n", text.substr(failed, text.find('\n', failed) - failed).c_str());
+    else if (text.find(name + " ran") == std::string::npos)
+        std::fprintf(stderr, "kwin session: %s did not run within 10 s\n", name.c_str());
     call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
           "org.kde.kwin.Scripting.unloadScript", name});
 }
@@ -290,9 +380,9 @@ std::vector<KWinWindow> KWinSession::windows() {
     if (!running()) return found;
     std::filesystem::path log = folder_->path() / "kwin.log";
     std::string marker = "tarnwick-listing-" + std::to_string(scripts_ + 1) + " ";
-    script("var l = workspace.clientList(), o = [];\n"
+    script("var l = kwinWindows(), o = [];\n"
            "for (var i = 0; i < l.length; ++i) o.push({id: String(l[i].internalId), pid: l[i].pid, desktop: "
-           "l[i].desktop});\n"
+           "desktopOf(l[i])});\n"
            "print(\"" + marker + "\" + JSON.stringify(o));\n");
     std::string text = fileText(log);
     size_t at = text.rfind(marker);

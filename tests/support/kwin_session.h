@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,20 @@ struct KWinWindow {
     bool maximizedVertically = false;
 };
 
+// Which KWin a session runs: the machine's own (5.27 on Debian 12), or KWin 6
+// from the Debian 13 root that tools/make-debian13-root makes, run in a private
+// mount namespace while the programs stay outside and reach it through its
+// sockets.
+enum class KWinBuild { installed, debian13 };
+
+// A name for test output: "installed", "debian13".
+const char* nameOf(KWinBuild build);
+// How GoogleTest prints one.
+void PrintTo(KWinBuild build, std::ostream* out);
+
+// Where tools/make-debian13-root puts the root: $TARNWICK_DEBIAN13_ROOT, or its default.
+std::filesystem::path debian13Root();
+
 // While the object lives, WAYLAND_DISPLAY, DISPLAY (XWayland),
 // DBUS_SESSION_BUS_ADDRESS and XDG_RUNTIME_DIR name its desktop; everything
 // it started, and every program still running on its display, is ended with
@@ -38,7 +53,8 @@ struct KWinWindow {
 class KWinSession {
 public:
     // `outputs` virtual screens of width x height, and `desktops` virtual desktops.
-    explicit KWinSession(int outputs = 1, int desktops = 4, int width = 1280, int height = 800);
+    explicit KWinSession(KWinBuild build = KWinBuild::installed, int outputs = 1, int desktops = 4, int width = 1280,
+                         int height = 800);
     ~KWinSession();
     KWinSession(const KWinSession&) = delete;
     KWinSession& operator=(const KWinSession&) = delete;
@@ -62,7 +78,10 @@ public:
 
     // Every window KWin manages, in its order.
     std::vector<KWinWindow> windows();
-    // Runs a KWin script (JavaScript) and returns once it has run.
+    // Runs a KWin script (JavaScript) and returns once it has run. Whatever
+    // KWin it runs on, the script can use kwinWindows() for the windows,
+    // desktopOf(window) for a window's desktop (counted from 1, -1 on all),
+    // moveToDesktop(window, number), -1 for all, and showDesktop(number).
     void script(const std::string& source);
 
 private:
@@ -77,6 +96,7 @@ private:
     std::optional<ChildProcess> kwin_;
     std::list<ChildProcess> programs_;
     int scripts_ = 0;
+    std::string scriptPrefix_;  // where KWin exports a loaded script, before its number
 };
 
 }  // namespace tarnwick::testing

@@ -12,15 +12,18 @@
 #include <xcb/xcb.h>
 
 #include <algorithm>
+#include <cmath>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <strings.h>
 #include <mutex>
 #include <set>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 namespace tarnwick {
 
@@ -71,6 +74,58 @@ public:
                 pid = static_cast<std::int32_t>(*xcb_res_client_id_value_value(it.data));
         std::free(reply);
         return pid;
+    }
+
+    // HACK: KWin 6 no longer tells a script an XWayland window's X11 id. The
+    // window KWin lists for X11 clients with this class whose client area is
+    // at this place stands for it; when there is not exactly one, none.
+    std::optional<std::uint32_t> windowAt(const std::string& resourceClass, double x, double y, double width,
+                                          double height) {
+        if (!connect() || resourceClass.empty()) return std::nullopt;
+        xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data->root;
+        const char name[] = "_NET_CLIENT_LIST";
+        auto* atom =
+            xcb_intern_atom_reply(connection_, xcb_intern_atom(connection_, 1, sizeof name - 1, name), nullptr);
+        if (atom == nullptr) return std::nullopt;
+        xcb_atom_t clientList = atom->atom;
+        std::free(atom);
+        auto* listed = xcb_get_property_reply(
+            connection_, xcb_get_property(connection_, 0, root, clientList, XCB_ATOM_WINDOW, 0, 4096), nullptr);
+        if (listed == nullptr) return std::nullopt;
+        std::vector<xcb_window_t> windows;
+        if (listed->format == 32) {
+            auto* first = static_cast<xcb_window_t*>(xcb_get_property_value(listed));
+            windows.assign(first, first + xcb_get_property_value_length(listed) / 4);
+        }
+        std::free(listed);
+        auto near = [](double a, int b) { return std::abs(a - b) <= 1; };
+        std::optional<std::uint32_t> found;
+        for (xcb_window_t window : windows) {
+            auto* classed = xcb_get_property_reply(
+                connection_, xcb_get_property(connection_, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 256),
+                nullptr);
+            auto* shape = xcb_get_geometry_reply(connection_, xcb_get_geometry(connection_, window), nullptr);
+            auto* place = xcb_translate_coordinates_reply(
+                connection_, xcb_translate_coordinates(connection_, window, root, 0, 0), nullptr);
+            bool matches = false;
+            if (classed != nullptr && shape != nullptr && place != nullptr) {
+                // WM_CLASS holds the instance and then the class, each ending in a NUL.
+                std::string value(static_cast<const char*>(xcb_get_property_value(classed)),
+                                  static_cast<size_t>(xcb_get_property_value_length(classed)));
+                size_t split = value.find('\0');
+                std::string windowClass = split == std::string::npos ? "" : value.substr(split + 1);
+                if (!windowClass.empty() && windowClass.back() == '\0') windowClass.pop_back();
+                matches = strcasecmp(windowClass.c_str(), resourceClass.c_str()) == 0 && near(x, place->dst_x) &&
+                          near(y, place->dst_y) && near(width, shape->width) && near(height, shape->height);
+            }
+            std::free(classed);
+            std::free(shape);
+            std::free(place);
+            if (!matches) continue;
+            if (found) return std::nullopt;
+            found = window;
+        }
+        return found;
     }
 
 private:
@@ -346,6 +401,11 @@ private:
         auto windows = std::make_shared<Windows>();
         for (KWin::WindowFacts& facts : parsed->windows) {
             std::int32_t pid = facts.pid;
+            if (pid <= 0 && facts.x11Window == 0)
+                facts.x11Window = xwaylandPids_
+                                      .windowAt(facts.resourceClass, facts.clientX, facts.clientY, facts.clientWidth,
+                                                facts.clientHeight)
+                                      .value_or(0);
             if (pid <= 0 && facts.x11Window != 0) pid = xwaylandPids_.pidOf(facts.x11Window).value_or(0);
             windows->push_back(Window{std::move(facts), pid});
         }

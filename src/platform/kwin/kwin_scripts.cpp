@@ -44,10 +44,27 @@ std::string answer(const ReplyAddress& to, const std::string& token, const std::
 }
 
 // HACK: Plasma 6 renamed workspace.clientList() to windowList() and
-// activeClient to activeWindow; the rest of what we use is the same.
+// activeClient to activeWindow. It keeps a window's virtual desktops as a
+// list of desktop objects (empty on all desktops) where 5.27 kept one number
+// (-1 on all), and its screen as an output object where 5.27 kept an index.
+// These few names hide that; the rest of what we use is the same.
 constexpr const char* prelude =
     "var tw_list = typeof workspace.windowList === \"function\" ? workspace.windowList() : workspace.clientList();\n"
-    "var tw_active = workspace.activeWindow !== undefined ? workspace.activeWindow : workspace.activeClient;\n";
+    "var tw_active = workspace.activeWindow !== undefined ? workspace.activeWindow : workspace.activeClient;\n"
+    "function tw_desktop(c) {\n"
+    "  if (typeof c.desktop === \"number\") return c.desktop;\n"
+    "  if (c.onAllDesktops) return -1;\n"
+    "  return c.desktops && c.desktops.length > 0 ? c.desktops[0].x11DesktopNumber : null;\n"
+    "}\n"
+    "function tw_setDesktop(c, number) {\n"
+    "  if (typeof c.desktop === \"number\") { c.desktop = number; return; }\n"
+    "  if (number === -1) { c.onAllDesktops = true; return; }\n"
+    "  workspace.desktops.forEach(function (d) { if (d.x11DesktopNumber === number) c.desktops = [d]; });\n"
+    "}\n"
+    "function tw_output(c) {\n"
+    "  if (c.output) return String(c.output.name);\n"
+    "  return typeof c.screen === \"number\" ? String(c.screen) : \"\";\n"
+    "}\n";
 
 }  // namespace
 
@@ -75,15 +92,15 @@ std::string listingScript(const ReplyAddress& to, const std::string& token) {
            "}\n"
            "if (left === 0) { done(); return; }\n"
            "tw_list.forEach(function (c) {\n"
-           "  var g = c.frameGeometry;\n"
+           "  var g = c.frameGeometry, cg = c.clientGeometry || g;\n"
            "  var w = {id: String(c.internalId), pid: c.pid || 0,\n"
            "           x11: typeof c.windowId === \"number\" ? c.windowId : 0,\n"
            "           caption: String(c.caption || \"\"), resourceClass: String(c.resourceClass || \"\"),\n"
            "           resourceName: String(c.resourceName || \"\"), desktopFile: String(c.desktopFileName || \"\"),\n"
            "           x: g.x, y: g.y, width: g.width, height: g.height,\n"
+           "           clientX: cg.x, clientY: cg.y, clientWidth: cg.width, clientHeight: cg.height,\n"
            "           minimized: !!c.minimized, fullScreen: !!c.fullScreen,\n"
-           "           desktop: typeof c.desktop === \"number\" ? c.desktop : null,\n"
-           "           output: c.output ? String(c.output.name) : typeof c.screen === \"number\" ? String(c.screen) : \"\",\n"
+           "           desktop: tw_desktop(c), output: tw_output(c),\n"
            "           normal: !!c.normalWindow, dialog: !!c.dialog, transient: !!c.transient,\n"
            "           desktopPart: !!(c.desktopWindow || c.dock),\n"
            "           maximizedHorizontally: false, maximizedVertically: false};\n"
@@ -138,6 +155,10 @@ std::optional<Listing> parseListing(const std::string& payload) {
         w.y = *y;
         w.width = *width;
         w.height = *height;
+        w.clientX = numberOf("clientX").value_or(w.x);
+        w.clientY = numberOf("clientY").value_or(w.y);
+        w.clientWidth = numberOf("clientWidth").value_or(w.width);
+        w.clientHeight = numberOf("clientHeight").value_or(w.height);
         w.minimized = flag("minimized");
         w.fullScreen = flag("fullScreen");
         w.maximizedHorizontally = flag("maximizedHorizontally");
@@ -197,7 +218,9 @@ std::string changeScript(const std::vector<Change>& changes, const ReplyAddress&
     for (const Change& change : changes) {
         script += "c = byId[" + quoted(change.id) + "];\nif (c) {\n";
         switch (change.kind) {
-            case Change::Kind::desktop: script += "  c.desktop = " + std::to_string(change.desktop) + ";\n"; break;
+            case Change::Kind::desktop:
+                script += "  tw_setDesktop(c, " + std::to_string(change.desktop) + ");\n";
+                break;
             case Change::Kind::frame: {
                 auto part = [](const std::optional<double>& value, const char* current) {
                     return value ? number(*value) : std::string("g.") + current;
