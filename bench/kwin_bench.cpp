@@ -11,37 +11,64 @@
 
 #include <benchmark/benchmark.h>
 
+#include <map>
+#include <memory>
+
 namespace tarnwick {
 namespace {
 
 constexpr int windowCount = 30;
 constexpr int waylandCount = 10;
 
-// One KWin for every benchmark here, with its 30 windows, started at first use.
-testing::KWinSession* session() {
-    static testing::KWinSession shared;
-    static bool started = false;
-    if (!shared.running()) return nullptr;
-    if (!started) {
-        started = true;
-        for (int i = 0; i < windowCount - waylandCount; ++i) shared.start("xlogo", {});
-        for (int i = 0; i < waylandCount; ++i) shared.start("weston-terminal", {});
-        if (!testing::eventually([&] { return shared.windows().size() >= windowCount; }, 60.0)) std::abort();
+using testing::KWinBuild;
+
+// One KWin for every benchmark of a build, with its 30 windows, started at
+// first use; a session sets the environment while it lives, so the other
+// build's ends first, and the benchmarks run one build after the other.
+testing::KWinSession* session(KWinBuild build) {
+    static std::map<KWinBuild, std::unique_ptr<testing::KWinSession>> shared;
+    auto& kwin = shared[build];
+    if (!kwin) {
+        // Sessions set the environment for as long as they live: the other one goes first.
+        shared.erase(build == KWinBuild::installed ? KWinBuild::debian13 : KWinBuild::installed);
+        kwin = std::make_unique<testing::KWinSession>(build);
+        if (kwin->running()) {
+            for (int i = 0; i < windowCount - waylandCount; ++i) kwin->start("xlogo", {});
+            for (int i = 0; i < waylandCount; ++i) kwin->start("weston-terminal", {});
+            if (!testing::eventually([&] { return kwin->windows().size() >= windowCount; }, 60.0)) std::abort();
+        }
     }
-    return &shared;
+    return kwin->running() ? kwin.get() : nullptr;
 }
 
+// The KWin backend on the build's session, installed while it lives.
+struct InstalledBackend {
+    explicit InstalledBackend(KWinBuild build) : kwin(session(build)) {
+        if (kwin == nullptr) return;
+        std::string why;
+        backend = openKWinPlatform(why);
+        if (!backend) std::abort();
+        previous = installPlatform(backend.get());
+    }
+    ~InstalledBackend() {
+        if (backend) installPlatform(previous);
+    }
+    InstalledBackend(const InstalledBackend&) = delete;
+    InstalledBackend& operator=(const InstalledBackend&) = delete;
+
+    testing::KWinSession* kwin;
+    std::unique_ptr<Platform> backend;
+    Platform* previous = nullptr;
+};
+
 // A capture as a running Tarnwick makes it: bus and desktop entries already there.
-void CaptureThirtyWindows(benchmark::State& state) {
-    testing::KWinSession* kwin = session();
-    if (kwin == nullptr) {
+void CaptureThirtyWindows(benchmark::State& state, KWinBuild build) {
+    InstalledBackend installed(build);
+    if (installed.kwin == nullptr) {
         state.SkipWithError("no headless KWin here");
         return;
     }
-    std::string why;
-    auto backend = openKWinPlatform(why);
-    if (!backend) std::abort();
-    Platform* previous = installPlatform(backend.get());
+    Platform* backend = installed.backend.get();
     double missed = 0;
     for (auto _ : state) {
         Snapshot snapshot = Capture::snapshot("bench");
@@ -54,13 +81,12 @@ void CaptureThirtyWindows(benchmark::State& state) {
         state.ResumeTiming();
     }
     state.counters["missed"] = missed;
-    installPlatform(previous);
 }
-BENCHMARK(CaptureThirtyWindows)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// What one script costs at least: written, loaded, run, answered, unloaded.
-void EmptyScriptRoundTrip(benchmark::State& state) {
-    if (session() == nullptr) {
+// Runs the script `make` gives for each token, round after round, on a bus of its own.
+void runScripts(benchmark::State& state, KWinBuild build,
+                std::string (*make)(const KWin::ReplyAddress&, const std::string&)) {
+    if (session(build) == nullptr) {
         state.SkipWithError("no headless KWin here");
         return;
     }
@@ -70,34 +96,19 @@ void EmptyScriptRoundTrip(benchmark::State& state) {
     double failed = 0;
     for (auto _ : state) {
         std::string token = bus->nextToken();
-        if (!bus->runScript(KWin::answerOnlyScript(bus->replyAddress(), token), token,
-                            std::chrono::milliseconds(3000), why))
-            ++failed;
+        if (!bus->runScript(make(bus->replyAddress(), token), token, std::chrono::milliseconds(3000), why)) ++failed;
     }
     state.counters["failed"] = failed;
 }
-BENCHMARK(EmptyScriptRoundTrip)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// What one script costs at least: written, loaded, run, answered, unloaded.
+void EmptyScriptRoundTrip(benchmark::State& state, KWinBuild build) {
+    runScripts(state, build, KWin::answerOnlyScript);
+}
 
 // The listing script alone, as a capture runs it once: what KWin spends
 // reading its 30 windows, between the empty script and the whole capture.
-void ListingScriptAlone(benchmark::State& state) {
-    if (session() == nullptr) {
-        state.SkipWithError("no headless KWin here");
-        return;
-    }
-    std::string why;
-    auto bus = KWin::Bus::open(why);
-    if (!bus) std::abort();
-    double failed = 0;
-    for (auto _ : state) {
-        std::string token = bus->nextToken();
-        if (!bus->runScript(KWin::listingScript(bus->replyAddress(), token), token, std::chrono::milliseconds(3000),
-                            why))
-            ++failed;
-    }
-    state.counters["failed"] = failed;
-}
-BENCHMARK(ListingScriptAlone)->Unit(benchmark::kMillisecond)->UseRealTime();
+void ListingScriptAlone(benchmark::State& state, KWinBuild build) { runScripts(state, build, KWin::listingScript); }
 
 // Every window moved away from where a snapshot has it, in one script, as a
 // user would have moved them since.
@@ -110,16 +121,14 @@ void scatter(testing::KWinSession& kwin, int round) {
 
 // A restore over the running session: every one of the 30 windows placed
 // back, each checked until it holds, as Tarnwick does it.
-void PlaceThirtyWindows(benchmark::State& state) {
-    testing::KWinSession* kwin = session();
+void PlaceThirtyWindows(benchmark::State& state, KWinBuild build) {
+    InstalledBackend installed(build);
+    testing::KWinSession* kwin = installed.kwin;
     if (kwin == nullptr) {
         state.SkipWithError("no headless KWin here");
         return;
     }
-    std::string why;
-    auto backend = openKWinPlatform(why);
-    if (!backend) std::abort();
-    Platform* previous = installPlatform(backend.get());
+    Platform* backend = installed.backend.get();
     // Where the snapshot has them: a grid of their own.
     kwin->script("var l = typeof workspace.windowList === \"function\" ? workspace.windowList() : "
                  "workspace.clientList();\n"
@@ -139,13 +148,11 @@ void PlaceThirtyWindows(benchmark::State& state) {
         rounds += 1;
     }
     state.counters["windows"] = rounds > 0 ? placed / rounds : 0;
-    installPlatform(previous);
 }
-BENCHMARK(PlaceThirtyWindows)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // What placing 30 windows costs at least: one script that sets every frame, answered.
-void ThirtyFramesInOneScript(benchmark::State& state) {
-    testing::KWinSession* kwin = session();
+void ThirtyFramesInOneScript(benchmark::State& state, KWinBuild build) {
+    testing::KWinSession* kwin = session(build);
     if (kwin == nullptr) {
         state.SkipWithError("no headless KWin here");
         return;
@@ -178,7 +185,17 @@ void ThirtyFramesInOneScript(benchmark::State& state) {
     }
     state.counters["failed"] = failed;
 }
-BENCHMARK(ThirtyFramesInOneScript)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+BENCHMARK_CAPTURE(CaptureThirtyWindows, kwin5, KWinBuild::installed)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(EmptyScriptRoundTrip, kwin5, KWinBuild::installed)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ListingScriptAlone, kwin5, KWinBuild::installed)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(PlaceThirtyWindows, kwin5, KWinBuild::installed)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ThirtyFramesInOneScript, kwin5, KWinBuild::installed)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(CaptureThirtyWindows, kwin6, KWinBuild::debian13)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(EmptyScriptRoundTrip, kwin6, KWinBuild::debian13)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ListingScriptAlone, kwin6, KWinBuild::debian13)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(PlaceThirtyWindows, kwin6, KWinBuild::debian13)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ThirtyFramesInOneScript, kwin6, KWinBuild::debian13)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 }  // namespace tarnwick

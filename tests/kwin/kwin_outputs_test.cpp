@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 
 namespace tarnwick {
@@ -168,6 +169,43 @@ TEST_P(KWinOutputsTest, TheX11BackendReadsTheOutputsAsRandRMonitors) {
             if (state.title == xtermTitle) output = state.output;
         }
     EXPECT_EQ(output, outputs[1].name);
+}
+
+// Two copies of a program that never names its process (xlogo), one on top
+// of the other: each window is found its own process, so each is captured
+// as a program of its own.
+TEST_P(KWinOutputsTest, TwoAlikeXWaylandWindowsAtOnePlaceAreEachCapturedWithTheirOwnProcess) {
+    KWinSession session(GetParam());
+    if (!session.running()) GTEST_SKIP() << "no headless KWin here: " << session.whyNot();
+    pid_t first = session.start("xlogo", {});
+    pid_t second = session.start("xlogo", {});
+    ASSERT_TRUE(eventually([&] { return session.windows().size() == 2; }, 20.0));
+    // Asked again until both hold: a window just mapped may pass over the first request.
+    ASSERT_TRUE(eventually([&] {
+        // KWin 5 calls the second one "xlogo <2>".
+        session.script("var l = typeof workspace.windowList === \"function\" ? workspace.windowList() : "
+                       "workspace.clientList();\n"
+                       "for (var i = 0; i < l.length; ++i) if (String(l[i].caption).indexOf(\"xlogo\") === 0) "
+                       "l[i].frameGeometry = {x: 300, y: 200, width: 250, height: 250};\n");
+        auto windows = session.windows();
+        return windows.size() == 2 && windows[0].x == 300 && windows[1].x == 300 && windows[0].y == windows[1].y &&
+               windows[0].width == windows[1].width;
+    }));
+    std::string why;
+    auto backend = openKWinPlatform(why);
+    ASSERT_TRUE(backend) << why;
+    ScopedPlatform installed(*backend);
+    std::vector<std::int32_t> pids;
+    for (const App& app : backend->runningApplications()) pids.push_back(backend->appInfo(app).pid);
+    std::sort(pids.begin(), pids.end());
+    std::vector<std::int32_t> started{first, second};
+    std::sort(started.begin(), started.end());
+    EXPECT_EQ(pids, started);
+    Snapshot snapshot = Capture::snapshot("test");
+    size_t logos = 0;
+    for (const AppState& app : snapshot.apps)
+        if (app.windows.size() == 1 && app.windows[0].title.value_or("").rfind("xlogo", 0) == 0) ++logos;
+    EXPECT_EQ(logos, 2u);
 }
 
 INSTANTIATE_TEST_SUITE_P(kwin, KWinOutputsTest, ::testing::Values(KWinBuild::installed, KWinBuild::debian13),

@@ -168,11 +168,14 @@ TEST_P(KWinTest, CaptureListsEveryWindowAsKWinReportsIt) {
     session_->script(forWindow(xtermTitle, "moveToDesktop(c, 2);") + forWindow(gtkTitle, "c.setMaximize(true, true);") +
                      forWindow(xlogoTitle, "c.minimized = true;") +
                      forWindow(secondGeditTitle, "moveToDesktop(c, 3);") +
-                     forWindow(mousepadTitle, "c.minimized = true;") + forWindow(qtTitle, "moveToDesktop(c, -1);"));
+                     forWindow(mousepadTitle, "c.minimized = true;") + forWindow(qtTitle, "moveToDesktop(c, -1);") +
+                     // One axis only, so that the two cannot be read the wrong way round.
+                     forWindow(westonTitle, "c.setMaximize(true, false);"));
     std::map<std::string, KWinWindow> reported;
     ASSERT_TRUE(eventually([&] {
         reported = byTitle();
         return reported[gtkTitle].maximizedHorizontally && reported[xlogoTitle].minimized &&
+               reported[westonTitle].maximizedVertically && !reported[westonTitle].maximizedHorizontally &&
                reported[mousepadTitle].minimized && reported[secondGeditTitle].desktop == 3 &&
                reported[qtTitle].desktop == -1;
     }));

@@ -76,38 +76,54 @@ public:
         return pid;
     }
 
-    // HACK: KWin 6 no longer tells a script an XWayland window's X11 id. The
-    // window KWin lists for X11 clients with this class whose client area is
-    // at this place stands for it; when there is not exactly one, none.
-    std::optional<std::uint32_t> windowAt(const std::string& resourceClass, double x, double y, double width,
-                                          double height) {
-        if (!connect() || resourceClass.empty()) return std::nullopt;
+    // HACK: KWin 6 no longer tells a script an XWayland window's X11 id.
+    // Each such window is paired with a client window XWayland lists with
+    // the same class and the same client area, each X11 window given once,
+    // in the order both list them; a window with no such partner gets none.
+    // Every question goes out before the first answer is read.
+    struct Unpaired {
+        std::string resourceClass;
+        double x = 0, y = 0, width = 0, height = 0;
+    };
+    std::vector<std::uint32_t> windowsAt(const std::vector<Unpaired>& wanted) {
+        std::vector<std::uint32_t> paired(wanted.size(), 0);
+        if (wanted.empty() || !connect()) return paired;
         xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data->root;
         const char name[] = "_NET_CLIENT_LIST";
-        auto* atom =
-            xcb_intern_atom_reply(connection_, xcb_intern_atom(connection_, 1, sizeof name - 1, name), nullptr);
-        if (atom == nullptr) return std::nullopt;
+        auto* atom = xcb_intern_atom_reply(connection_, xcb_intern_atom(connection_, 1, sizeof name - 1, name), nullptr);
+        if (atom == nullptr) return paired;
         xcb_atom_t clientList = atom->atom;
         std::free(atom);
         auto* listed = xcb_get_property_reply(
             connection_, xcb_get_property(connection_, 0, root, clientList, XCB_ATOM_WINDOW, 0, 4096), nullptr);
-        if (listed == nullptr) return std::nullopt;
+        if (listed == nullptr) return paired;
         std::vector<xcb_window_t> windows;
         if (listed->format == 32) {
             auto* first = static_cast<xcb_window_t*>(xcb_get_property_value(listed));
             windows.assign(first, first + xcb_get_property_value_length(listed) / 4);
         }
         std::free(listed);
-        auto near = [](double a, int b) { return std::abs(a - b) <= 1; };
-        std::optional<std::uint32_t> found;
-        for (xcb_window_t window : windows) {
-            auto* classed = xcb_get_property_reply(
-                connection_, xcb_get_property(connection_, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 256),
-                nullptr);
-            auto* shape = xcb_get_geometry_reply(connection_, xcb_get_geometry(connection_, window), nullptr);
-            auto* place = xcb_translate_coordinates_reply(
-                connection_, xcb_translate_coordinates(connection_, window, root, 0, 0), nullptr);
-            bool matches = false;
+        struct Asked {
+            xcb_get_property_cookie_t classed;
+            xcb_get_geometry_cookie_t shape;
+            xcb_translate_coordinates_cookie_t place;
+        };
+        std::vector<Asked> asked;
+        for (xcb_window_t window : windows)
+            asked.push_back({xcb_get_property(connection_, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 256),
+                             xcb_get_geometry(connection_, window),
+                             xcb_translate_coordinates(connection_, window, root, 0, 0)});
+        struct Client {
+            xcb_window_t window = 0;
+            std::string windowClass;
+            double x = 0, y = 0, width = 0, height = 0;
+            bool taken = false;
+        };
+        std::vector<Client> clients;
+        for (size_t i = 0; i < windows.size(); ++i) {
+            auto* classed = xcb_get_property_reply(connection_, asked[i].classed, nullptr);
+            auto* shape = xcb_get_geometry_reply(connection_, asked[i].shape, nullptr);
+            auto* place = xcb_translate_coordinates_reply(connection_, asked[i].place, nullptr);
             if (classed != nullptr && shape != nullptr && place != nullptr) {
                 // WM_CLASS holds the instance and then the class, each ending in a NUL.
                 std::string value(static_cast<const char*>(xcb_get_property_value(classed)),
@@ -115,17 +131,27 @@ public:
                 size_t split = value.find('\0');
                 std::string windowClass = split == std::string::npos ? "" : value.substr(split + 1);
                 if (!windowClass.empty() && windowClass.back() == '\0') windowClass.pop_back();
-                matches = strcasecmp(windowClass.c_str(), resourceClass.c_str()) == 0 && near(x, place->dst_x) &&
-                          near(y, place->dst_y) && near(width, shape->width) && near(height, shape->height);
+                clients.push_back({windows[i], windowClass, double(place->dst_x), double(place->dst_y),
+                                   double(shape->width), double(shape->height)});
             }
             std::free(classed);
             std::free(shape);
             std::free(place);
-            if (!matches) continue;
-            if (found) return std::nullopt;
-            found = window;
         }
-        return found;
+        auto near = [](double a, double b) { return std::abs(a - b) <= 1; };
+        for (size_t i = 0; i < wanted.size(); ++i) {
+            const Unpaired& w = wanted[i];
+            if (w.resourceClass.empty()) continue;
+            for (Client& client : clients)
+                if (!client.taken && strcasecmp(client.windowClass.c_str(), w.resourceClass.c_str()) == 0 &&
+                    near(w.x, client.x) && near(w.y, client.y) && near(w.width, client.width) &&
+                    near(w.height, client.height)) {
+                    client.taken = true;
+                    paired[i] = client.window;
+                    break;
+                }
+        }
+        return paired;
     }
 
 private:
@@ -399,13 +425,21 @@ private:
         }
         nameOutputsLocked(*parsed);
         auto windows = std::make_shared<Windows>();
+        std::vector<XWaylandPids::Unpaired> unpaired;
+        std::vector<KWin::WindowFacts*> unpairedFacts;
+        for (KWin::WindowFacts& facts : parsed->windows)
+            if (facts.pid <= 0 && facts.x11Window == 0 && !facts.resourceClass.empty()) {
+                unpaired.push_back({facts.resourceClass, facts.clientX, facts.clientY, facts.clientWidth,
+                                    facts.clientHeight});
+                unpairedFacts.push_back(&facts);
+            }
+        // Wayland windows have a pid; only XWayland ones can be without.
+        if (!unpaired.empty()) {
+            auto found = xwaylandPids_.windowsAt(unpaired);
+            for (size_t i = 0; i < found.size(); ++i) unpairedFacts[i]->x11Window = found[i];
+        }
         for (KWin::WindowFacts& facts : parsed->windows) {
             std::int32_t pid = facts.pid;
-            if (pid <= 0 && facts.x11Window == 0)
-                facts.x11Window = xwaylandPids_
-                                      .windowAt(facts.resourceClass, facts.clientX, facts.clientY, facts.clientWidth,
-                                                facts.clientHeight)
-                                      .value_or(0);
             if (pid <= 0 && facts.x11Window != 0) pid = xwaylandPids_.pidOf(facts.x11Window).value_or(0);
             windows->push_back(Window{std::move(facts), pid});
         }

@@ -70,9 +70,10 @@ constexpr const char* prelude =
 
 std::string listingScript(const ReplyAddress& to, const std::string& token) {
     // HACK: a KWin 5.27 script cannot read whether a window is maximized;
-    // KWin's own getWindowInfo on D-Bus can. The script asks it for every
-    // window (a call within KWin, no round trip of ours) and answers once
-    // all have answered.
+    // KWin's own getWindowInfo on D-Bus can. There the script asks it for
+    // every window (a call within KWin, no round trip of ours) and answers
+    // once all have answered. KWin 6 shows a script maximizeMode itself
+    // (1 vertically, 2 horizontally).
     return std::string("(function () {\n") + prelude +
            "var out = {windows: [], active: tw_active ? String(tw_active.internalId) : null, outputs: []};\n"
            "if (workspace.screens !== undefined) {\n"
@@ -105,6 +106,12 @@ std::string listingScript(const ReplyAddress& to, const std::string& token) {
            "           desktopPart: !!(c.desktopWindow || c.dock),\n"
            "           maximizedHorizontally: false, maximizedVertically: false};\n"
            "  out.windows.push(w);\n"
+           "  if (typeof c.maximizeMode === \"number\") {\n"
+           "    w.maximizedHorizontally = (c.maximizeMode & 2) !== 0;\n"
+           "    w.maximizedVertically = (c.maximizeMode & 1) !== 0;\n"
+           "    if (--left === 0) done();\n"
+           "    return;\n"
+           "  }\n"
            "  callDBus(\"org.kde.KWin\", \"/KWin\", \"org.kde.KWin\", \"getWindowInfo\", w.id, function (info) {\n"
            "    if (info) {\n"
            "      w.maximizedHorizontally = !!info.maximizeHorizontal;\n"
