@@ -82,14 +82,15 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
 // gets to them.
 void settle(const std::vector<PlacedWindow>& placed);
 
-// The application's windows once there are at least `expected`, or as they are
-// when the time-out passes; polled every half second.
 // Where a recorded frame goes on the outputs of the moment: as it is while
 // any output shows part of it; else wholly onto the output it was recorded
 // on, when that one is still there, or the nearest one (a monitor unplugged
 // since), made smaller only where that output is smaller. With no outputs
 // known, as it is.
 Frame ontoOutputs(const Frame& frame, const std::optional<std::string>& recorded, const std::vector<Output>& outputs);
+
+// The application's windows once there are at least `expected`, or as they are
+// when the time-out passes; polled every half second.
 
 std::vector<Element> waitForWindows(std::int32_t pid, std::int64_t expected, double timeout);
 

@@ -75,7 +75,7 @@ bool holds(const PlacedWindow& placed) {
 
 }  // namespace
 
-// A window manager (X11) applies requests when it gets to them: it sizes a
+// A window manager (X11, a Wayland compositor) applies requests when it gets to them: it sizes a
 // window from borders that may still change as a maximized state goes, and
 // may pass over a request for a window it is still mapping. The windows are
 // looked at again for a moment, and asked once more where it did not hold.
@@ -163,7 +163,11 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
             log(printable("restore " + app.name + ": a frame that no screen can show left out"));
             frame.reset();
         }
-        if (frame) {
+        // Full screen and maximized both ways take their frame from the output
+        // the window is on: only a frame that is written is moved.
+        bool frameWritten = !saved.fullScreen && !(saved.maximizedHorizontally.value_or(false) &&
+                                                    saved.maximizedVertically.value_or(false));
+        if (frame && frameWritten) {
             Frame shown = ontoOutputs(*frame, saved.output, outputs);
             if (!(shown == *frame))
                 log(printable("restore " + app.name + ": a window outside every screen now put on " +
@@ -179,7 +183,7 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
         }
         Element window = live[*pick];
         live.erase(live.begin() + static_cast<std::ptrdiff_t>(*pick));
-        // Where a window manager recorded them (X11): the workspace first, and
+        // Where a window manager recorded them (Linux): the workspace first, and
         // a maximized axis that should not be is released before the frame.
         bool maximizedState = saved.maximizedHorizontally || saved.maximizedVertically;
         bool wide = saved.maximizedHorizontally.value_or(false), tall = saved.maximizedVertically.value_or(false);

@@ -102,7 +102,10 @@ TEST_P(KWinOutputsTest, AWindowOnTheSecondOutputComesBackThereAndOntoTheFirstWho
 
         // The user drags it to the first output; the restore takes it back.
         two.session->script(forWindow(westonTitle, "c.frameGeometry = {x: 200, y: 300, width: 600, height: 400};"));
-        ASSERT_TRUE(eventually([&] { return titled(*two.session, westonTitle)->x == 200; }));
+        ASSERT_TRUE(eventually([&] {
+            auto window = titled(*two.session, westonTitle);
+            return window && window->x == 200;
+        }));
         Restore::Result result = Restore::run(snapshot, nullptr);
         EXPECT_EQ(result.windows, 2);
         std::optional<KWinWindow> back;
@@ -149,7 +152,10 @@ TEST_P(KWinOutputsTest, TheX11BackendReadsTheOutputsAsRandRMonitors) {
     session.start("xterm", {});
     ASSERT_TRUE(eventually([&] { return session.windows().size() == 1; }, 20.0));
     session.script(forWindow(xtermTitle, "c.frameGeometry = {x: 1400, y: 200, width: 500, height: 350};"));
-    ASSERT_TRUE(eventually([&] { return titled(session, xtermTitle)->x == 1400; }));
+    ASSERT_TRUE(eventually([&] {
+        auto window = titled(session, xtermTitle);
+        return window && window->x == 1400;
+    }));
 
     std::string why;
     auto x11 = openX11Platform(session.x11Display(), why);

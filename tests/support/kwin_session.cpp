@@ -165,6 +165,9 @@ KWinSession::KWinSession(KWinBuild build, int outputs, int desktops, int width, 
     };
     remember("XDG_RUNTIME_DIR", (base / "runtime").string());
     remember("XDG_CONFIG_HOME", (base / "config").string());
+    // The programs' window titles are compared in English, whatever the host speaks.
+    remember("LC_ALL", "C.UTF-8");
+    remember("LANGUAGE", "");
 
     // The bus listens on a socket in our folder, which the Debian 13 root's
     // KWin sees at the same path.

@@ -30,7 +30,8 @@ namespace tarnwick {
 namespace {
 
 // How long one listing stands for the desktop: a capture asks a dozen
-// questions of every window within it. Our own changes end it at once.
+// questions of every window within it. A read of a window we changed, or
+// a change of the active window, ends it at once.
 constexpr auto listingLifetime = std::chrono::milliseconds(50);
 // Changes wait this long for more before they go out on their own, so that
 // none is left waiting when nothing reads after them.
@@ -78,14 +79,15 @@ public:
 
     // HACK: KWin 6 no longer tells a script an XWayland window's X11 id.
     // Each such window is paired with a client window XWayland lists with
-    // the same class and the same client area, each X11 window given once,
-    // in the order both list them; a window with no such partner gets none.
-    // Every question goes out before the first answer is read.
+    // the same class and the same client area, in the order both list them,
+    // each X11 window given once and none of those already `taken`; a window
+    // with no such partner gets none. Every question goes out before the
+    // first answer is read.
     struct Unpaired {
         std::string resourceClass;
         double x = 0, y = 0, width = 0, height = 0;
     };
-    std::vector<std::uint32_t> windowsAt(const std::vector<Unpaired>& wanted) {
+    std::vector<std::uint32_t> windowsAt(const std::vector<Unpaired>& wanted, const std::set<std::uint32_t>& taken) {
         std::vector<std::uint32_t> paired(wanted.size(), 0);
         if (wanted.empty() || !connect()) return paired;
         xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data->root;
@@ -132,7 +134,7 @@ public:
                 std::string windowClass = split == std::string::npos ? "" : value.substr(split + 1);
                 if (!windowClass.empty() && windowClass.back() == '\0') windowClass.pop_back();
                 clients.push_back({windows[i], windowClass, double(place->dst_x), double(place->dst_y),
-                                   double(shape->width), double(shape->height)});
+                                   double(shape->width), double(shape->height), taken.count(windows[i]) > 0});
             }
             std::free(classed);
             std::free(shape);
@@ -304,6 +306,8 @@ public:
     // un-minimizes a window by activating it.
     void activate(const App& app) override {
         std::lock_guard<std::mutex> hold(lock_);
+        // Whether a window is minimized may be one of our own changes: seen afresh.
+        if (!changed_.empty()) listing_.reset();
         auto listing = listingLocked();
         if (!listing) return;
         for (const Window& window : *listing)
@@ -425,19 +429,33 @@ private:
         }
         nameOutputsLocked(*parsed);
         auto windows = std::make_shared<Windows>();
+        // Wayland windows have a pid; only XWayland ones can be without. A
+        // window once paired keeps its X11 window for as long as KWin lists
+        // it: a window being moved may be between places when listed.
+        std::map<std::string, std::uint32_t> stillPaired;
         std::vector<XWaylandPids::Unpaired> unpaired;
         std::vector<KWin::WindowFacts*> unpairedFacts;
-        for (KWin::WindowFacts& facts : parsed->windows)
-            if (facts.pid <= 0 && facts.x11Window == 0 && !facts.resourceClass.empty()) {
+        for (KWin::WindowFacts& facts : parsed->windows) {
+            if (facts.pid > 0 || facts.x11Window != 0) continue;
+            if (auto known = x11Windows_.find(facts.id); known != x11Windows_.end()) {
+                facts.x11Window = known->second;
+                stillPaired[facts.id] = known->second;
+            } else if (!facts.resourceClass.empty()) {
                 unpaired.push_back({facts.resourceClass, facts.clientX, facts.clientY, facts.clientWidth,
                                     facts.clientHeight});
                 unpairedFacts.push_back(&facts);
             }
-        // Wayland windows have a pid; only XWayland ones can be without.
-        if (!unpaired.empty()) {
-            auto found = xwaylandPids_.windowsAt(unpaired);
-            for (size_t i = 0; i < found.size(); ++i) unpairedFacts[i]->x11Window = found[i];
         }
+        if (!unpaired.empty()) {
+            std::set<std::uint32_t> taken;
+            for (const auto& pairing : stillPaired) taken.insert(pairing.second);
+            auto found = xwaylandPids_.windowsAt(unpaired, taken);
+            for (size_t i = 0; i < found.size(); ++i) {
+                unpairedFacts[i]->x11Window = found[i];
+                if (found[i] != 0) stillPaired[unpairedFacts[i]->id] = found[i];
+            }
+        }
+        x11Windows_ = std::move(stillPaired);
         for (KWin::WindowFacts& facts : parsed->windows) {
             std::int32_t pid = facts.pid;
             if (pid <= 0 && facts.x11Window != 0) pid = xwaylandPids_.pidOf(facts.x11Window).value_or(0);
@@ -537,6 +555,7 @@ private:
     std::map<std::string, std::pair<bool, bool>> maximizedAsked_;
     std::vector<KWin::Change> pending_;
     std::set<std::string> changed_;  // windows changed since the listing was made
+    std::map<std::string, std::uint32_t> x11Windows_;  // KWin 6: the X11 window paired with a KWin id
     std::chrono::steady_clock::time_point lastChange_;
     XWaylandPids xwaylandPids_;
     std::condition_variable wake_;

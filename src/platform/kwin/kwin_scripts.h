@@ -21,7 +21,7 @@ struct WindowFacts {
     std::string resourceName;
     std::string desktopFile;       // the Wayland app id, or the desktop entry an X11 client names
     double x = 0, y = 0, width = 0, height = 0;  // the frame, in the desktop's coordinates
-    double clientX = 0, clientY = 0, clientWidth = 0, clientHeight = 0;  // its client area within the frame
+    double clientX = 0, clientY = 0, clientWidth = 0, clientHeight = 0;  // its client area, in the desktop's coordinates
     bool minimized = false;
     bool fullScreen = false;
     bool maximizedHorizontally = false;

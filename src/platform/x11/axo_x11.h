@@ -8,9 +8,10 @@
 //   "AXTitle"     _NET_WM_NAME, else WM_NAME
 //   "AXPosition"  "AXSize"  the frame the window manager draws, in root coordinates
 //   "AXMinimized" "AXFullScreen"  _NET_WM_STATE hidden and fullscreen
-// and, only here, the window manager's own states (names in access/axo.h):
+// and, only here, the window manager's own states (names in platform/platform.h):
 //   workspace     _NET_WM_DESKTOP, -1 for every workspace
 //   maximized     _NET_WM_STATE maximized horizontally and vertically
+//   output        the RandR monitor that shows the largest part of the frame
 #pragma once
 
 #include "platform/platform.h"
