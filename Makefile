@@ -26,10 +26,13 @@ test: deps
 	cmake --build --preset tsan
 	ctest --preset tsan
 
+# On Linux also the KWin backend's, on a headless KWin 5 and KWin 6.
 bench: deps
 	cmake --preset default
 	cmake --build --preset default --target tarnwick_bench
 	./build/default/bench/tarnwick_bench
+	if [ "$$(uname -s)" = Linux ]; then \
+	cmake --build --preset default --target tarnwick_kwin_bench && ./build/default/bench/tarnwick_kwin_bench; fi
 
 deps:
 	@sh tools/install-deps
