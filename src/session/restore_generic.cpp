@@ -169,6 +169,8 @@ void restoreGeneric(const AppState& app, const App& running, bool launched, Resu
                                                     saved.maximizedVertically.value_or(false));
         if (frame && frameWritten) {
             Frame shown = ontoOutputs(*frame, saved.output, outputs);
+            // The outputs are the desktop's word: one no screen can be is not believed.
+            if (!shown.placeable()) shown = *frame;
             if (!(shown == *frame))
                 log(printable("restore " + app.name + ": a window outside every screen now put on " +
                               outputHolding(shown, outputs).value_or("a screen")));

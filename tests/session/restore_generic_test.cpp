@@ -465,13 +465,21 @@ TEST(OntoOutputs, TheRecordedOutputIsPreferredWhileItIsThere) {
     EXPECT_EQ(Restore::ontoOutputs(Frame{1500, 100, 400, 300}, "DP-2", moved), (Frame{1500, 800, 400, 300}));
 }
 
-TEST_F(RestoreGenericTest, AWindowOutsideEveryScreenIsPutOnTheNearestAndTheLogSaysSo) {
-    desktop.screens = {twoScreens[0]};
-    auto pid = running({live("Doc")});
-    WindowState window = saved("Doc", Frame{1500, 100, 400, 300});
-    window.output = "DP-2";
-    app.windows = {window};
-    restore(pid, false);
+// A window recorded on the second screen, restored on a desktop with these screens.
+class RestoreOntoScreensTest : public RestoreGenericTest {
+protected:
+    void restoreOnto(std::vector<Output> screens) {
+        desktop.screens = std::move(screens);
+        auto pid = running({live("Doc")});
+        WindowState window = saved("Doc", Frame{1500, 100, 400, 300});
+        window.output = "DP-2";
+        app.windows = {window};
+        restore(pid, false);
+    }
+};
+
+TEST_F(RestoreOntoScreensTest, AWindowOutsideEveryScreenIsPutOnTheNearestAndTheLogSaysSo) {
+    restoreOnto({twoScreens[0]});
     ASSERT_GE(desktop.writes.size(), 2u);
     EXPECT_EQ(desktop.writes[1].attribute, "AXPosition");
     EXPECT_EQ(desktop.writes[1].value, AttrValue(Point{880, 100}));
@@ -480,13 +488,15 @@ TEST_F(RestoreGenericTest, AWindowOutsideEveryScreenIsPutOnTheNearestAndTheLogSa
     EXPECT_EQ(result.windows, 1);
 }
 
-TEST_F(RestoreGenericTest, AWindowOnTheSecondScreenGoesBackThereWhileItIsThere) {
-    desktop.screens = twoScreens;
-    auto pid = running({live("Doc")});
-    WindowState window = saved("Doc", Frame{1500, 100, 400, 300});
-    window.output = "DP-2";
-    app.windows = {window};
-    restore(pid, false);
+TEST_F(RestoreOntoScreensTest, AnOutputNoScreenCanBeMovesNothing) {
+    restoreOnto({{"bogus", Frame{1e300, 0, 1280, 800}}});
+    ASSERT_GE(desktop.writes.size(), 2u);
+    EXPECT_EQ(desktop.writes[1].value, AttrValue(Point{1500, 100})) << "the frame as recorded";
+    EXPECT_EQ(log.newText().find("outside every screen"), std::string::npos);
+}
+
+TEST_F(RestoreOntoScreensTest, AWindowOnTheSecondScreenGoesBackThereWhileItIsThere) {
+    restoreOnto(twoScreens);
     ASSERT_GE(desktop.writes.size(), 2u);
     EXPECT_EQ(desktop.writes[1].value, AttrValue(Point{1500, 100}));
     EXPECT_EQ(log.newText().find("outside every screen"), std::string::npos);

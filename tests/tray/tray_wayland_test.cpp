@@ -314,8 +314,11 @@ protected:
         weston.reset();
     }
 
-    // A snapshot file of one program, as an earlier session on a desktop Tarnwick serves left it.
-    void place(std::chrono::minutes ago) {
+    // A snapshot file of one program, as an earlier session on a desktop
+    // Tarnwick serves left it. Seconds old only: one from before the machine
+    // started is offered as the session from before the restart, under
+    // another title, and a test machine may have started a minute ago.
+    void place(std::chrono::seconds ago) {
         Snapshot snapshot;
         snapshot.date = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) - ago;
         snapshot.reason = "manual";
@@ -379,8 +382,8 @@ TEST_F(WestonTrayTest, TheTrayStartsAndItsMenuSaysWhyNothingIsSaved) {
 }
 
 TEST_F(WestonTrayTest, StoredSnapshotsAreListedButCannotBeRestoredHere) {
-    place(std::chrono::minutes(30));
-    place(std::chrono::minutes(10));
+    place(std::chrono::seconds(5));
+    place(std::chrono::seconds(2));
     ASSERT_NO_FATAL_FAILURE(startApp());
     ASSERT_NO_FATAL_FAILURE(panel->findItem());
     const std::vector<Item> menu = panel->openMenu();
