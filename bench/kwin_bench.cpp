@@ -1,6 +1,11 @@
 // KWin backend benchmarks on a headless KWin: a capture of 30 windows (20
 // XWayland, 10 Wayland-native) beside the bare cost of loading and running an
 // empty script that answers, in one run. Skipped where KWin cannot start.
+//
+// A capture lists the windows afresh only once the last listing is 50 ms old,
+// so each capture round follows a pause, as a capture by timer or by hand
+// does. The reference scripts are measured after the same pause ("afterPause")
+// and, for what KWin costs at its quickest, back to back ("backToBack").
 #include "platform/kwin/kwin_bus.h"
 #include "platform/kwin/kwin_platform.h"
 #include "platform/kwin/kwin_scripts.h"
@@ -12,6 +17,7 @@
 #include <benchmark/benchmark.h>
 
 #include <map>
+#include <thread>
 #include <memory>
 
 namespace tarnwick {
@@ -61,6 +67,19 @@ struct InstalledBackend {
     Platform* previous = nullptr;
 };
 
+// How reference rounds follow each other.
+enum class Rounds { afterPause, backToBack };
+
+// The pause a capture round follows: the listing it finds has lapsed by then.
+constexpr auto roundPause = std::chrono::milliseconds(60);
+
+void pauseBetween(benchmark::State& state, Rounds rounds) {
+    if (rounds == Rounds::backToBack) return;
+    state.PauseTiming();
+    std::this_thread::sleep_for(roundPause);
+    state.ResumeTiming();
+}
+
 // A capture as a running Tarnwick makes it: bus and desktop entries already there.
 void CaptureThirtyWindows(benchmark::State& state, KWinBuild build) {
     InstalledBackend installed(build);
@@ -68,21 +87,18 @@ void CaptureThirtyWindows(benchmark::State& state, KWinBuild build) {
         state.SkipWithError("no headless KWin here");
         return;
     }
-    Platform* backend = installed.backend.get();
     double missed = 0;
     for (auto _ : state) {
         Snapshot snapshot = Capture::snapshot("bench");
         if (snapshot.windowCount() != windowCount) ++missed;
         // The listing stands for 50 ms; every round must ask KWin again.
-        state.PauseTiming();
-        backend->sleep(0.06);
-        state.ResumeTiming();
+        pauseBetween(state, Rounds::afterPause);
     }
     state.counters["missed"] = missed;
 }
 
 // Runs the script `make` gives for each token, round after round, on a bus of its own.
-void runScripts(benchmark::State& state, KWinBuild build,
+void runScripts(benchmark::State& state, KWinBuild build, Rounds rounds,
                 std::string (*make)(const KWin::ReplyAddress&, const std::string&)) {
     if (session(build) == nullptr) {
         state.SkipWithError("no headless KWin here");
@@ -95,18 +111,41 @@ void runScripts(benchmark::State& state, KWinBuild build,
     for (auto _ : state) {
         std::string token = bus->nextToken();
         if (!bus->runScript(make(bus->replyAddress(), token), token, std::chrono::milliseconds(3000), why)) ++failed;
+        pauseBetween(state, rounds);
     }
     state.counters["failed"] = failed;
 }
 
 // What one script costs at least: written, loaded, run, answered, unloaded.
-void EmptyScriptRoundTrip(benchmark::State& state, KWinBuild build) {
-    runScripts(state, build, KWin::answerOnlyScript);
+void EmptyScriptRoundTrip(benchmark::State& state, KWinBuild build, Rounds rounds) {
+    runScripts(state, build, rounds, KWin::answerOnlyScript);
 }
 
 // The listing script alone, as a capture runs it once: what KWin spends
 // reading its 30 windows, between the empty script and the whole capture.
-void ListingScriptAlone(benchmark::State& state, KWinBuild build) { runScripts(state, build, KWin::listingScript); }
+void ListingScriptAlone(benchmark::State& state, KWinBuild build, Rounds rounds) {
+    runScripts(state, build, rounds, KWin::listingScript);
+}
+
+// The same listing from the script a running Tarnwick keeps loaded in KWin:
+// what a capture now waits for.
+void ResidentListingAlone(benchmark::State& state, KWinBuild build, Rounds rounds) {
+    if (session(build) == nullptr) {
+        state.SkipWithError("no headless KWin here");
+        return;
+    }
+    std::string why;
+    auto bus = KWin::Bus::open(why);
+    if (!bus) std::abort();
+    const std::string source = KWin::residentListingScript(bus->replyAddress());
+    double failed = 0;
+    for (auto _ : state) {
+        std::string token = bus->nextToken();
+        if (!bus->askResident(source, token, std::chrono::milliseconds(3000), why)) ++failed;
+        pauseBetween(state, rounds);
+    }
+    state.counters["failed"] = failed;
+}
 
 // Every window moved away from where a snapshot has it, in one script, as a
 // user would have moved them since.
@@ -185,13 +224,21 @@ void ThirtyFramesInOneScript(benchmark::State& state, KWinBuild build) {
 }
 
 BENCHMARK_CAPTURE(CaptureThirtyWindows, kwin5, KWinBuild::installed)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(EmptyScriptRoundTrip, kwin5, KWinBuild::installed)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(ListingScriptAlone, kwin5, KWinBuild::installed)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(EmptyScriptRoundTrip, kwin5_afterPause, KWinBuild::installed, Rounds::afterPause)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(EmptyScriptRoundTrip, kwin5_backToBack, KWinBuild::installed, Rounds::backToBack)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ListingScriptAlone, kwin5_afterPause, KWinBuild::installed, Rounds::afterPause)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ListingScriptAlone, kwin5_backToBack, KWinBuild::installed, Rounds::backToBack)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ResidentListingAlone, kwin5_afterPause, KWinBuild::installed, Rounds::afterPause)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ResidentListingAlone, kwin5_backToBack, KWinBuild::installed, Rounds::backToBack)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(PlaceThirtyWindows, kwin5, KWinBuild::installed)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(ThirtyFramesInOneScript, kwin5, KWinBuild::installed)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(CaptureThirtyWindows, kwin6, KWinBuild::debian13)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(EmptyScriptRoundTrip, kwin6, KWinBuild::debian13)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(ListingScriptAlone, kwin6, KWinBuild::debian13)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(EmptyScriptRoundTrip, kwin6_afterPause, KWinBuild::debian13, Rounds::afterPause)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(EmptyScriptRoundTrip, kwin6_backToBack, KWinBuild::debian13, Rounds::backToBack)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ListingScriptAlone, kwin6_afterPause, KWinBuild::debian13, Rounds::afterPause)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ListingScriptAlone, kwin6_backToBack, KWinBuild::debian13, Rounds::backToBack)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ResidentListingAlone, kwin6_afterPause, KWinBuild::debian13, Rounds::afterPause)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(ResidentListingAlone, kwin6_backToBack, KWinBuild::debian13, Rounds::backToBack)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(PlaceThirtyWindows, kwin6, KWinBuild::debian13)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(ThirtyFramesInOneScript, kwin6, KWinBuild::debian13)->Unit(benchmark::kMillisecond)->UseRealTime();
 

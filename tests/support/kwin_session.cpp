@@ -312,6 +312,26 @@ std::optional<std::string> KWinSession::call(const std::vector<std::string>& arg
     return text;
 }
 
+bool KWinSession::scriptLoaded(const std::string& name) {
+    auto answer = call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
+                        "org.kde.kwin.Scripting.isScriptLoaded", name});
+    return answer && answer->find("true") != std::string::npos;
+}
+
+void KWinSession::stopEveryScript() {
+    // KWin numbers scripts as it loads them: a script of ours shows how far
+    // the numbers have come.
+    script("");
+    for (int id = 0; id < lastScript_ && !scriptPrefix_.empty(); ++id)
+        call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", scriptPrefix_ + std::to_string(id),
+              "--method", "org.kde.kwin.Script.stop"});
+}
+
+void KWinSession::unloadScript(const std::string& name) {
+    call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
+          "org.kde.kwin.Scripting.unloadScript", name});
+}
+
 void KWinSession::script(const std::string& source) {
     if (!running()) return;
     scripts_ += 1;
@@ -329,6 +349,7 @@ void KWinSession::script(const std::string& source) {
     std::string id;
     for (char c : *loaded)
         if (c >= '0' && c <= '9') id.push_back(c);
+    if (!id.empty()) lastScript_ = std::stoi(id);
     // HACK: KWin 5.27 exports a loaded script as /N, KWin 6 as /Scripting/ScriptN.
     auto run = [&](const std::string& prefix) {
         return call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", prefix + id, "--method",

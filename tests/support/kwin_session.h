@@ -83,6 +83,12 @@ public:
     // desktopOf(window) for a window's desktop (counted from 1, -1 on all),
     // moveToDesktop(window, number), -1 for all, and showDesktop(number).
     void script(const std::string& source);
+    // Whether KWin has a script of this name loaded, as KWin's scripting
+    // interface tells; and unloading one, as any client of the bus can.
+    bool scriptLoaded(const std::string& name);
+    void unloadScript(const std::string& name);
+    // Stops every script loaded in KWin, whoever loaded it.
+    void stopEveryScript();
 
 private:
     std::optional<std::string> call(const std::vector<std::string>& arguments);
@@ -96,6 +102,7 @@ private:
     std::optional<ChildProcess> kwin_;
     std::list<ChildProcess> programs_;
     int scripts_ = 0;
+    int lastScript_ = 0;  // KWin's number for the script loaded last
     std::string scriptPrefix_;  // where KWin exports a loaded script, before its number
 };
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <unistd.h>
 
@@ -23,6 +24,16 @@ constexpr const char* scriptInterface = "org.kde.kwin.Script";
 constexpr const char* answerPath = "/com/tarnwick/Tarnwick/KWin";
 constexpr const char* answerInterface = "com.tarnwick.Tarnwick.KWinAnswer";
 constexpr const char* answerMethod = "Answer";
+constexpr const char* nextMethod = "Next";
+// KWin gives up on a call after 25 s: a wait held for this long is answered
+// empty, so that the script asks again.
+constexpr auto heldWaitRenewed = std::chrono::seconds(10);
+// A wait held this long may have been given up already: the script is
+// loaded afresh rather than trusted.
+constexpr auto heldWaitStale = std::chrono::seconds(20);
+// A script that answered its last token waits on us again at once; one
+// that does not within this is gone.
+constexpr auto waitAgainWithin = std::chrono::milliseconds(500);
 // A call into KWin's own interfaces: it answers at once or is not there.
 constexpr std::uint64_t callTimeoutMicroseconds = 2'000'000;
 
@@ -36,6 +47,12 @@ struct MessageUnref {
     void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
 };
 using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
+
+// Whether a call came from KWin's own connection.
+bool fromKWin(sd_bus_message* message, const std::string& owner) {
+    const char* sender = sd_bus_message_get_sender(message);
+    return sender != nullptr && !owner.empty() && owner == sender;
+}
 
 // An error of one call, freed when it goes out of scope.
 struct CallError {
@@ -54,12 +71,22 @@ struct CallError {
 struct Bus::State {
     std::unique_ptr<sd_bus, BusUnref> bus;
     std::unique_ptr<sd_bus_slot, SlotUnref> object;
+    std::unique_ptr<sd_bus_slot, SlotUnref> ownerWatch;
     ReplyAddress address;
+    std::string kwinOwner;         // the unique name of the connection that is org.kde.KWin
     std::filesystem::path folder;  // our own, for the script files KWin reads
     std::uint64_t counter = 0;
     std::map<std::string, std::string> answers;  // by token, until taken
+    std::string residentName;      // the script kept loaded, while it is
+    std::uint64_t residentCount = 0;
+    Message held;                  // its call waiting for a token
+    std::chrono::steady_clock::time_point heldSince;
 
     ~State() {
+        if (!residentName.empty()) {
+            std::string ignored;
+            call(scriptingPath, scriptingInterface, "unloadScript", ignored, "b", residentName.c_str());
+        }
         std::error_code ignored;
         if (!folder.empty()) std::filesystem::remove_all(folder, ignored);
     }
@@ -92,12 +119,106 @@ struct Bus::State {
         return 0;
     }
 
-    static int onAnswer(sd_bus_message* message, void* data, sd_bus_error*) {
+    static int onAnswer(sd_bus_message* message, void* data, sd_bus_error* error) {
         auto* state = static_cast<State*>(data);
+        if (!fromKWin(message, state->kwinOwner))
+            return sd_bus_error_set(error, SD_BUS_ERROR_ACCESS_DENIED, "only KWin answers here");
         const char* token = nullptr;
         const char* payload = nullptr;
         if (sd_bus_message_read(message, "ss", &token, &payload) >= 0) state->answers[token] = payload;
         return sd_bus_reply_method_return(message, "");
+    }
+
+    // The loaded script waits: its call is answered when a listing is wanted.
+    static int onNext(sd_bus_message* message, void* data, sd_bus_error* error) {
+        auto* state = static_cast<State*>(data);
+        if (!fromKWin(message, state->kwinOwner))
+            return sd_bus_error_set(error, SD_BUS_ERROR_ACCESS_DENIED, "only KWin waits here");
+        // One wait at a time: an older one is let go with an empty token.
+        if (state->held) sd_bus_reply_method_return(state->held.get(), "s", "");
+        state->held.reset(sd_bus_message_ref(message));
+        state->heldSince = std::chrono::steady_clock::now();
+        return 1;
+    }
+
+    // KWin started again, or ended: the script kept loaded went with the old one.
+    static int onOwnerChanged(sd_bus_message* message, void* data, sd_bus_error*) {
+        auto* state = static_cast<State*>(data);
+        const char* name = nullptr;
+        const char* before = nullptr;
+        const char* after = nullptr;
+        if (sd_bus_message_read(message, "sss", &name, &before, &after) < 0 || std::strcmp(name, kwinService) != 0)
+            return 0;
+        state->kwinOwner = after;
+        state->residentName.clear();
+        state->held.reset();
+        return 0;
+    }
+
+    // Handles what has come in until `done` holds, at most until `deadline`.
+    bool processUntil(const std::function<bool()>& done, std::chrono::steady_clock::time_point deadline,
+                      std::string& why) {
+        for (;;) {
+            if (done()) return true;
+            int processed = sd_bus_process(bus.get(), nullptr);
+            if (processed < 0) {
+                why = std::string("the session bus failed: ") + std::strerror(-processed);
+                return false;
+            }
+            if (processed > 0) continue;
+            auto left =
+                std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0) return false;
+            int waited = sd_bus_wait(bus.get(), static_cast<std::uint64_t>(left.count()));
+            if (waited < 0 && waited != -EINTR) {
+                why = std::string("the session bus failed: ") + std::strerror(-waited);
+                return false;
+            }
+        }
+    }
+
+    std::filesystem::path scriptFile(const std::string& name) const { return folder / (name + ".js"); }
+
+    // Writes `source` as the script `name` in our folder, loads and runs it;
+    // false, with the reason, when KWin refuses. A script loaded is marked
+    // in `loaded` even when it did not run, to be unloaded. KWin reads the
+    // file once the script runs, on a thread of its own: the file stays
+    // until the script has called us.
+    bool loadAndRun(const std::string& source, const std::string& name, bool& loaded, std::string& why) {
+        const std::filesystem::path file = scriptFile(name);
+        {
+            std::ofstream out(file, std::ios::binary | std::ios::trunc);
+            out << source;
+            if (!out.flush()) {
+                why = "cannot write the script " + file.string();
+                return false;
+            }
+        }
+        const std::string path = file.string();
+        int id = call(scriptingPath, scriptingInterface, "loadScript", why, "i", path.c_str(), name.c_str());
+        if (id < 0) {
+            if (why.empty()) why = "KWin refused to load the script";
+            return false;
+        }
+        loaded = true;
+        // HACK: KWin 5.27 exports a loaded script as /N; Plasma 6 as /Scripting/ScriptN.
+        std::string scriptPath = "/" + std::to_string(id);
+        std::string runWhy;
+        if (call(scriptPath.c_str(), scriptInterface, "run", runWhy) < 0) {
+            scriptPath = "/Scripting/Script" + std::to_string(id);
+            if (call(scriptPath.c_str(), scriptInterface, "run", why) < 0) return false;
+        }
+        return true;
+    }
+
+    void unloadResident() {
+        if (residentName.empty()) return;
+        std::string ignored;
+        call(scriptingPath, scriptingInterface, "unloadScript", ignored, "b", residentName.c_str());
+        std::error_code gone;
+        std::filesystem::remove(scriptFile(residentName), gone);
+        residentName.clear();
+        held.reset();
     }
 };
 
@@ -135,9 +256,28 @@ std::unique_ptr<Bus> Bus::open(std::string& why) {
         why = "the D-Bus session bus gave no name";
         return nullptr;
     }
+    // Who KWin is, now and whenever it starts again.
+    sd_bus_slot* watch = nullptr;
+    result = sd_bus_match_signal(state->bus.get(), &watch, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                 "org.freedesktop.DBus", "NameOwnerChanged", &State::onOwnerChanged, state.get());
+    state->ownerWatch.reset(watch);
+    CallError ownerError;
+    sd_bus_message* ownerAnswer = nullptr;
+    if (result >= 0)
+        result = sd_bus_call_method(state->bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                    "org.freedesktop.DBus", "GetNameOwner", &ownerError.error, &ownerAnswer, "s",
+                                    kwinService);
+    Message ownerReply(ownerAnswer);
+    const char* owner = nullptr;
+    if (result < 0 || sd_bus_message_read_basic(ownerAnswer, 's', &owner) < 0 || owner == nullptr) {
+        why = "KWin does not answer on the D-Bus session bus (no owner of org.kde.KWin)";
+        return nullptr;
+    }
+    state->kwinOwner = owner;
     static const sd_bus_vtable answerTable[] = {
         SD_BUS_VTABLE_START(0),
         SD_BUS_METHOD(answerMethod, "ss", "", &State::onAnswer, SD_BUS_VTABLE_UNPRIVILEGED),
+        SD_BUS_METHOD(nextMethod, "", "s", &State::onNext, SD_BUS_VTABLE_UNPRIVILEGED),
         SD_BUS_VTABLE_END,
     };
     sd_bus_slot* slot = nullptr;
@@ -147,7 +287,7 @@ std::unique_ptr<Bus> Bus::open(std::string& why) {
         why = std::string("cannot serve KWin's answers: ") + std::strerror(-result);
         return nullptr;
     }
-    state->address = ReplyAddress{unique, answerPath, answerInterface, answerMethod};
+    state->address = ReplyAddress{unique, answerPath, answerInterface, answerMethod, nextMethod};
 
     // KWin reads a script from a file: ours go into a folder only we can write.
     std::error_code noTemp;
@@ -188,65 +328,92 @@ std::optional<std::string> Bus::runScript(const std::string& source, const std::
                                           std::chrono::milliseconds timeout, std::string& why) {
     State& s = *state_;
     const std::string name = "tarnwick-" + token;
-    const std::filesystem::path file = s.folder / (name + ".js");
-    {
-        std::ofstream out(file, std::ios::binary | std::ios::trunc);
-        out << source;
-        if (!out.flush()) {
-            why = "cannot write the script " + file.string();
-            return std::nullopt;
-        }
-    }
-    // Unloaded and deleted whatever happens: a script left loaded would run
-    // again with the next one of that name.
+    // Unloaded whatever happens: a script left loaded would run again with
+    // the next one of that name.
     struct Cleanup {
         State& s;
         const std::string& name;
-        const std::filesystem::path& file;
         bool loaded = false;
         ~Cleanup() {
             std::string ignored;
             if (loaded) s.call(scriptingPath, scriptingInterface, "unloadScript", ignored, "b", name.c_str());
-            std::error_code error;
-            std::filesystem::remove(file, error);
+            std::error_code gone;
+            std::filesystem::remove(s.scriptFile(name), gone);
             s.answers.clear();
         }
-    } cleanup{s, name, file};
-
-    const std::string path = file.string();
-    int id = s.call(scriptingPath, scriptingInterface, "loadScript", why, "i", path.c_str(), name.c_str());
-    if (id < 0) {
-        if (why.empty()) why = "KWin refused to load the script";
+    } cleanup{s, name};
+    if (!s.loadAndRun(source, name, cleanup.loaded, why)) return std::nullopt;
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    if (!s.processUntil([&] { return s.answers.count(token) > 0; }, deadline, why)) {
+        if (why.empty()) why = "KWin's script did not answer within " + std::to_string(timeout.count()) + " ms";
         return std::nullopt;
     }
-    cleanup.loaded = true;
-    // HACK: KWin 5.27 exports a loaded script as /N; Plasma 6 as /Scripting/ScriptN.
-    std::string scriptPath = "/" + std::to_string(id);
-    std::string runWhy;
-    if (s.call(scriptPath.c_str(), scriptInterface, "run", runWhy) < 0) {
-        scriptPath = "/Scripting/Script" + std::to_string(id);
-        if (s.call(scriptPath.c_str(), scriptInterface, "run", why) < 0) return std::nullopt;
-    }
+    return std::move(s.answers[token]);
+}
 
-    auto deadline = std::chrono::steady_clock::now() + timeout;
-    for (;;) {
-        if (auto found = s.answers.find(token); found != s.answers.end()) return std::move(found->second);
-        int processed = sd_bus_process(s.bus.get(), nullptr);
-        if (processed < 0) {
-            why = std::string("the session bus failed: ") + std::strerror(-processed);
+std::optional<std::string> Bus::askResident(const std::string& source, const std::string& token,
+                                            std::chrono::milliseconds timeout, std::string& why) {
+    State& s = *state_;
+    auto now = std::chrono::steady_clock::now();
+    auto deadline = now + timeout;
+    // Whatever came in since: a new wait, or news that KWin started again.
+    std::string ignored;
+    s.processUntil([] { return false; }, now, ignored);
+    if (s.held && now - s.heldSince > heldWaitStale) s.unloadResident();
+    bool fresh = false;
+    if (s.residentName.empty()) {
+        // Named by our connection, whose name the bus never gives again: a
+        // script some earlier Tarnwick left loaded never stands in the way.
+        s.residentCount += 1;
+        std::string connection = s.address.service;
+        for (char& c : connection)
+            if (c == ':' || c == '.') c = '_';
+        s.residentName = "tarnwick-listing" + connection + "-" + std::to_string(s.residentCount);
+        bool loaded = false;
+        if (!s.loadAndRun(source, s.residentName, loaded, why)) {
+            if (loaded) {
+                s.unloadResident();
+            } else {
+                std::error_code gone;
+                std::filesystem::remove(s.scriptFile(s.residentName), gone);
+                s.residentName.clear();
+            }
             return std::nullopt;
         }
-        if (processed > 0) continue;
-        auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0) {
-            why = "KWin's script did not answer within " + std::to_string(timeout.count()) + " ms";
-            return std::nullopt;
-        }
-        int waited = sd_bus_wait(s.bus.get(), static_cast<std::uint64_t>(left.count()));
-        if (waited < 0 && waited != -EINTR) {
-            why = std::string("the session bus failed: ") + std::strerror(-waited);
-            return std::nullopt;
-        }
+        fresh = true;
+    }
+    auto failed = [&](const std::string& reason) -> std::optional<std::string> {
+        if (why.empty()) why = reason;
+        s.unloadResident();
+        s.answers.clear();
+        return std::nullopt;
+    };
+    auto waitDeadline = fresh ? deadline : std::min(deadline, now + waitAgainWithin);
+    if (!s.processUntil([&] { return s.held != nullptr; }, waitDeadline, why))
+        return failed("KWin's listing script is not waiting for us");
+    if (fresh) {
+        std::error_code gone;
+        std::filesystem::remove(s.scriptFile(s.residentName), gone);
+    }
+    Message waiting = std::move(s.held);
+    int sent = sd_bus_reply_method_return(waiting.get(), "s", token.c_str());
+    if (sent < 0) return failed(std::string("cannot answer KWin's listing script: ") + std::strerror(-sent));
+    if (!s.processUntil([&] { return s.answers.count(token) > 0; }, deadline, why))
+        return failed("KWin's listing script did not answer within " + std::to_string(timeout.count()) + " ms");
+    std::string payload = std::move(s.answers[token]);
+    s.answers.clear();
+    return payload;
+}
+
+const std::string& Bus::residentName() const { return state_->residentName; }
+
+void Bus::keepResidentWaiting() {
+    State& s = *state_;
+    std::string ignored;
+    s.processUntil([] { return false; }, std::chrono::steady_clock::now(), ignored);
+    if (s.held && std::chrono::steady_clock::now() - s.heldSince > heldWaitRenewed) {
+        sd_bus_reply_method_return(s.held.get(), "s", "");
+        s.held.reset();
     }
 }
 

@@ -18,10 +18,15 @@ struct ReplyAddress {
     std::string path;
     std::string interface;
     std::string method;
+    // What a script kept loaded calls, with no arguments, to wait for its
+    // next token (an empty one: wait again).
+    std::string next;
 };
 
 // One connection to the session bus that KWin serves. Not thread-safe: the
-// backend holds its own lock around every use.
+// backend holds its own lock around every use. Only KWin's calls reach our
+// object: a call from any other connection is refused, so no other program
+// can answer in KWin's name or take a script's next token.
 class Bus {
 public:
     // Connects to $DBUS_SESSION_BUS_ADDRESS and checks that org.kde.KWin
@@ -39,6 +44,23 @@ public:
     // running or the answer failed.
     std::optional<std::string> runScript(const std::string& source, const std::string& token,
                                          std::chrono::milliseconds timeout, std::string& why);
+
+    // Asks the script kept loaded in KWin (see residentListingScript) for
+    // the answer to `token`, loading `source` first when it is not loaded.
+    // Nothing, with the reason in `why`, when it cannot be loaded or does
+    // not answer within `timeout`; it is then unloaded, and loaded afresh
+    // at the next ask.
+    std::optional<std::string> askResident(const std::string& source, const std::string& token,
+                                           std::chrono::milliseconds timeout, std::string& why);
+
+    // The name the script kept loaded has in KWin; empty while none is.
+    const std::string& residentName() const;
+
+    // Reads what has come in and answers a wait the loaded script has held
+    // for long with an empty token: KWin gives up on a call after 25 s, and
+    // a script whose call failed waits for nothing ever after. Cheap; to be
+    // called every few seconds.
+    void keepResidentWaiting();
 
     // KWin's own description of itself for bug reports (org.kde.KWin
     // supportInformation); nothing, with the reason in `why`, when it does not answer.

@@ -38,6 +38,12 @@ constexpr auto listingLifetime = std::chrono::milliseconds(50);
 constexpr auto changeGrace = std::chrono::milliseconds(30);
 // A script that has not answered by then is not going to.
 constexpr auto scriptTimeout = std::chrono::milliseconds(3000);
+// How often the listing script kept in KWin is seen to: well within the
+// 25 s after which KWin gives up on its wait.
+constexpr auto keepWaitingEvery = std::chrono::seconds(4);
+// After this many failures in a row it is no longer loaded: each listing
+// loads a script of its own, slower but sure.
+constexpr int residentGivenUpAfter = 3;
 
 // What an element stands for: a window (by KWin's id), or, with no id, the
 // process that owns windows, as the application element.
@@ -392,11 +398,15 @@ private:
         wake_.notify_all();
     }
 
-    // Changes nobody reads after still go out, a moment after the last one.
+    // Changes nobody reads after still go out, a moment after the last one;
+    // and the listing script kept in KWin is kept waiting.
     void flushLoop() {
         std::unique_lock<std::mutex> hold(lock_);
         for (;;) {
-            wake_.wait(hold, [this] { return stopping_ || !pending_.empty(); });
+            if (!wake_.wait_for(hold, keepWaitingEvery, [this] { return stopping_ || !pending_.empty(); })) {
+                bus_->keepResidentWaiting();
+                continue;
+            }
             if (stopping_) return;
             auto due = lastChange_ + changeGrace;
             if (std::chrono::steady_clock::now() < due) {
@@ -420,7 +430,21 @@ private:
         changed_.clear();
         std::string token = bus_->nextToken();
         std::string why;
-        auto payload = bus_->runScript(KWin::listingScript(bus_->replyAddress(), token), token, scriptTimeout, why);
+        std::optional<std::string> payload;
+        if (residentFailures_ < residentGivenUpAfter) {
+            payload = bus_->askResident(KWin::residentListingScript(bus_->replyAddress()), token, scriptTimeout, why);
+            if (payload) {
+                residentFailures_ = 0;
+            } else if (++residentFailures_ == residentGivenUpAfter) {
+                platformLog(printable("KWin: the listing script kept in KWin failed (" + why +
+                                      "); each listing now loads a script of its own"));
+            }
+        }
+        if (!payload) {
+            token = bus_->nextToken();
+            why.clear();
+            payload = bus_->runScript(KWin::listingScript(bus_->replyAddress(), token), token, scriptTimeout, why);
+        }
         auto parsed = payload ? KWin::parseListing(*payload) : std::nullopt;
         if (!parsed) {
             platformLog(printable("KWin: cannot list the windows: " + (payload ? std::string("unreadable answer") : why)));
@@ -456,11 +480,22 @@ private:
             }
         }
         x11Windows_ = std::move(stillPaired);
+        // The process behind an X11 window is asked once: it stays for the window's life.
+        std::map<std::pair<std::string, std::uint32_t>, std::int32_t> stillKnown;
         for (KWin::WindowFacts& facts : parsed->windows) {
             std::int32_t pid = facts.pid;
-            if (pid <= 0 && facts.x11Window != 0) pid = xwaylandPids_.pidOf(facts.x11Window).value_or(0);
+            if (pid <= 0 && facts.x11Window != 0) {
+                auto key = std::make_pair(facts.id, facts.x11Window);
+                if (auto known = x11Pids_.find(key); known != x11Pids_.end()) {
+                    pid = known->second;
+                } else {
+                    pid = xwaylandPids_.pidOf(facts.x11Window).value_or(0);
+                }
+                if (pid > 0) stillKnown[key] = pid;
+            }
             windows->push_back(Window{std::move(facts), pid});
         }
+        x11Pids_ = std::move(stillKnown);
         listing_ = windows;
         lastSeen_ = windows;
         listingTaken_ = std::chrono::steady_clock::now();
@@ -556,7 +591,9 @@ private:
     std::vector<KWin::Change> pending_;
     std::set<std::string> changed_;  // windows changed since the listing was made
     std::map<std::string, std::uint32_t> x11Windows_;  // KWin 6: the X11 window paired with a KWin id
+    std::map<std::pair<std::string, std::uint32_t>, std::int32_t> x11Pids_;  // by KWin id and X11 window
     std::chrono::steady_clock::time_point lastChange_;
+    int residentFailures_ = 0;  // of the listing script kept in KWin, in a row
     XWaylandPids xwaylandPids_;
     std::condition_variable wake_;
     bool stopping_ = false;

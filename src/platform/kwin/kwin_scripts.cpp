@@ -37,10 +37,14 @@ std::string number(double value) {
     return text;
 }
 
-// The call that hands `payload` (a JavaScript expression) back to us.
-std::string answer(const ReplyAddress& to, const std::string& token, const std::string& payload) {
+// The call that hands `payload` back to us with `token`, both JavaScript expressions.
+std::string answerWith(const ReplyAddress& to, const std::string& token, const std::string& payload) {
     return "callDBus(" + quoted(to.service) + ", " + quoted(to.path) + ", " + quoted(to.interface) + ", " +
-           quoted(to.method) + ", " + quoted(token) + ", " + payload + ");\n";
+           quoted(to.method) + ", " + token + ", " + payload + ");\n";
+}
+
+std::string answer(const ReplyAddress& to, const std::string& token, const std::string& payload) {
+    return answerWith(to, quoted(token), payload);
 }
 
 // HACK: Plasma 6 renamed workspace.clientList() to windowList() and
@@ -49,8 +53,12 @@ std::string answer(const ReplyAddress& to, const std::string& token, const std::
 // (-1 on all), and its screen as an output object where 5.27 kept an index.
 // These few names hide that; the rest of what we use is the same.
 constexpr const char* prelude =
-    "var tw_list = typeof workspace.windowList === \"function\" ? workspace.windowList() : workspace.clientList();\n"
-    "var tw_active = workspace.activeWindow !== undefined ? workspace.activeWindow : workspace.activeClient;\n"
+    "function tw_windows() {\n"
+    "  return typeof workspace.windowList === \"function\" ? workspace.windowList() : workspace.clientList();\n"
+    "}\n"
+    "function tw_activeWindow() {\n"
+    "  return workspace.activeWindow !== undefined ? workspace.activeWindow : workspace.activeClient;\n"
+    "}\n"
     "function tw_desktop(c) {\n"
     "  if (typeof c.desktop === \"number\") return c.desktop;\n"
     "  if (c.onAllDesktops) return -1;\n"
@@ -66,15 +74,23 @@ constexpr const char* prelude =
     "  return typeof c.screen === \"number\" ? String(c.screen) : \"\";\n"
     "}\n";
 
-}  // namespace
-
-std::string listingScript(const ReplyAddress& to, const std::string& token) {
+// Defines tw_listing(token): lists every window with its states and sends it
+// all back, with `token`, in one call.
+std::string listingFunction(const ReplyAddress& to) {
     // HACK: a KWin 5.27 script cannot read whether a window is maximized;
-    // KWin's own getWindowInfo on D-Bus can. There the script asks it for
-    // every window (a call within KWin, no round trip of ours) and answers
-    // once all have answered. KWin 6 shows a script maximizeMode itself
-    // (1 vertically, 2 horizontally).
-    return std::string("(function () {\n") + prelude +
+    // KWin's own getWindowInfo on D-Bus can, at a D-Bus call within KWin for
+    // each window. There the script asks it for every window it has not
+    // heard of (tw_maximized, which the script kept loaded keeps up to date
+    // from KWin's clientMaximizeSet) and answers once all have answered. A
+    // change heard of while a question is on its way is newer than the
+    // answer. KWin 6 shows a script maximizeMode itself (1 vertically, 2
+    // horizontally).
+    return std::string("var tw_maximized = {};\n") +
+           "function tw_listing(token) {\n"
+           "var tw_list = tw_windows(), tw_active = tw_activeWindow();\n"
+           "var listed = {};\n"
+           "tw_list.forEach(function (c) { listed[String(c.internalId)] = true; });\n"
+           "for (var known in tw_maximized) if (!listed[known]) delete tw_maximized[known];\n"
            "var out = {windows: [], active: tw_active ? String(tw_active.internalId) : null, outputs: []};\n"
            "if (workspace.screens !== undefined) {\n"
            "  workspace.screens.forEach(function (o) {\n"
@@ -89,7 +105,7 @@ std::string listingScript(const ReplyAddress& to, const std::string& token) {
            "}\n"
            "var left = tw_list.length;\n"
            "function done() {\n  " +
-           answer(to, token, "JSON.stringify(out)") +
+           answerWith(to, "token", "JSON.stringify(out)") +
            "}\n"
            "if (left === 0) { done(); return; }\n"
            "tw_list.forEach(function (c) {\n"
@@ -112,14 +128,45 @@ std::string listingScript(const ReplyAddress& to, const std::string& token) {
            "    if (--left === 0) done();\n"
            "    return;\n"
            "  }\n"
+           "  function take(m) { w.maximizedHorizontally = m.h; w.maximizedVertically = m.v; }\n"
+           "  if (tw_maximized[w.id]) {\n"
+           "    take(tw_maximized[w.id]);\n"
+           "    if (--left === 0) done();\n"
+           "    return;\n"
+           "  }\n"
            "  callDBus(\"org.kde.KWin\", \"/KWin\", \"org.kde.KWin\", \"getWindowInfo\", w.id, function (info) {\n"
-           "    if (info) {\n"
-           "      w.maximizedHorizontally = !!info.maximizeHorizontal;\n"
-           "      w.maximizedVertically = !!info.maximizeVertical;\n"
-           "    }\n"
+           "    if (info && !tw_maximized[w.id])\n"
+           "      tw_maximized[w.id] = {h: !!info.maximizeHorizontal, v: !!info.maximizeVertical};\n"
+           "    if (tw_maximized[w.id]) take(tw_maximized[w.id]);\n"
            "    if (--left === 0) done();\n"
            "  });\n"
            "});\n"
+           "}\n";
+}
+
+}  // namespace
+
+std::string listingScript(const ReplyAddress& to, const std::string& token) {
+    return std::string("(function () {\n") + prelude + listingFunction(to) + "tw_listing(" + quoted(token) +
+           ");\n})();\n";
+}
+
+std::string residentListingScript(const ReplyAddress& to) {
+    // The call is asked again before the listing is made: a listing that
+    // fails must not end the waiting.
+    return std::string("(function () {\n") + prelude + listingFunction(to) +
+           "if (workspace.clientMaximizeSet !== undefined)\n"
+           "  workspace.clientMaximizeSet.connect(function (c, h, v) {\n"
+           "    tw_maximized[String(c.internalId)] = {h: !!h, v: !!v};\n"
+           "  });\n"
+           "function tw_wait() {\n"
+           "  callDBus(" + quoted(to.service) + ", " + quoted(to.path) + ", " + quoted(to.interface) + ", " +
+           quoted(to.next) + ", function (token) {\n"
+           "    tw_wait();\n"
+           "    if (token) tw_listing(token);\n"
+           "  });\n"
+           "}\n"
+           "tw_wait();\n"
            "})();\n";
 }
 
@@ -219,7 +266,7 @@ std::vector<Output> outputsDescribed(const std::string& supportInformation) {
 
 std::string changeScript(const std::vector<Change>& changes, const ReplyAddress& to, const std::string& token) {
     std::string script = std::string("(function () {\n") + prelude +
-                         "var byId = {};\n"
+                         "var byId = {}, tw_list = tw_windows();\n"
                          "tw_list.forEach(function (c) { byId[String(c.internalId)] = c; });\n"
                          "var c, g;\n";
     for (const Change& change : changes) {

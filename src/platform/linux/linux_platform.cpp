@@ -62,6 +62,7 @@ AppInfo LinuxPlatform::appInfo(const App& app) {
     AppInfo info;
     info.pid = pidOf(app);
     Identity identity = identify(info.pid);
+    const std::optional<std::string> program = Process::executable(info.pid);
     if (identity.entry) {
         info.bundleID = identity.entry->id;
         info.bundlePath = identity.entry->file.string();
@@ -69,7 +70,7 @@ AppInfo LinuxPlatform::appInfo(const App& app) {
         // A terminal stands for the shell it runs, and that shell for its folder.
         if (identity.entry->terminal()) info.workingDirectory = shellFolder(info.pid);
     } else {
-        info.bundlePath = Process::executable(info.pid);
+        info.bundlePath = program;
         if (!identity.className.empty())
             info.name = identity.className;
         else
@@ -81,7 +82,10 @@ AppInfo LinuxPlatform::appInfo(const App& app) {
     // starts them itself: like a Mac's background apps, they are not captured.
     if (identity.windows > 0 && identity.desktopParts == identity.windows)
         info.policy = ActivationPolicy::accessory;
-    info.terminated = !Process::alive(info.pid);
+    // A process whose program can be read has not ended: an ended one that
+    // is not yet reaped has no memory left, and no program in it. Only
+    // without it is its state read, which costs the kernel more.
+    info.terminated = !program && !Process::alive(info.pid);
     // A process counts as launched once the desktop manages a window of it.
     info.finishedLaunching = identity.windows > 0;
     return info;

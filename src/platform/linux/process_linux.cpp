@@ -1,10 +1,12 @@
 // Process facts from /proc.
 #include "platform/linux/process.h"
 
+#include "model/unique_fd.h"
+
 #include <algorithm>
+#include <fcntl.h>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <unistd.h>
 
 namespace tarnwick::Process {
 
@@ -12,10 +14,19 @@ namespace {
 
 std::string procPath(std::int32_t pid, const char* leaf) { return "/proc/" + std::to_string(pid) + "/" + leaf; }
 
+// Read whole with plain calls: a capture reads a few small files of every
+// process, and a stream's set-up costs more than the reading.
 std::optional<std::string> readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return std::nullopt;
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd) return std::nullopt;
+    std::string text;
+    char buffer[4096];
+    for (;;) {
+        ssize_t got = retryOnEintr([&] { return ::read(fd.get(), buffer, sizeof buffer); });
+        if (got < 0) return std::nullopt;
+        if (got == 0) return text;
+        text.append(buffer, static_cast<size_t>(got));
+    }
 }
 
 }  // namespace
