@@ -2,12 +2,15 @@
 #include "platform/linux/desktop_entry.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
+#include <sys/inotify.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace tarnwick::DesktopEntries {
 
@@ -203,24 +206,62 @@ std::optional<std::filesystem::file_time_type> Catalog::modified(const std::file
     return time;
 }
 
+namespace {
+
+// The variables the application folders come from, as one text.
+std::string folderEnvironment() {
+    std::string text;
+    for (const char* name : {"XDG_DATA_HOME", "HOME", "XDG_DATA_DIRS"}) {
+        const char* value = std::getenv(name);
+        text += value == nullptr ? std::string("\x01") : value;
+        text.push_back('\0');
+    }
+    return text;
+}
+
+}  // namespace
+
+bool Catalog::unchangedLocked() {
+    if (!watch_) {
+        for (const Stamp& stamp : stamps_)
+            if (modified(stamp.first) != stamp.second) return false;
+        return true;
+    }
+    // Any event at all (an overflow too), or a failed read: read again.
+    char events[4096];
+    ssize_t got = retryOnEintr([&] { return ::read(watch_.get(), events, sizeof events); });
+    if (got != -1 || errno != EAGAIN) return false;
+    // A folder that was not there cannot be watched: it counts as changed once it is.
+    for (const Stamp& stamp : stamps_)
+        if (!stamp.second && modified(stamp.first)) return false;
+    return true;
+}
+
 std::shared_ptr<const std::vector<Entry>> Catalog::current() {
-    std::vector<std::filesystem::path> folders = applicationFolders();
+    std::string environment = folderEnvironment();
     std::lock_guard guard(lock_);
-    bool same = entries_ && folders == folders_;
-    for (size_t i = 0; same && i < stamps_.size(); ++i) same = modified(stamps_[i].first) == stamps_[i].second;
-    if (same) return entries_;
-    // The times are taken before the files are read: a change made meanwhile
-    // shows at the next check.
+    if (entries_ && environment == environment_ && unchangedLocked()) return entries_;
+    std::vector<std::filesystem::path> folders = applicationFolders();
+    // The watches and times are set before the files are read: a change
+    // made meanwhile shows at the next check.
+    watch_.reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    const std::uint32_t changes = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_CLOSE_WRITE | IN_MODIFY |
+                                  IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
     std::vector<Stamp> stamps;
-    for (const auto& folder : folders) {
+    auto stampAndWatch = [&](const std::filesystem::path& folder) {
         stamps.emplace_back(folder, modified(folder));
+        if (watch_ && stamps.back().second && ::inotify_add_watch(watch_.get(), folder.c_str(), changes) < 0)
+            watch_.reset();  // out of watches: the times tell instead
+    };
+    for (const auto& folder : folders) {
+        stampAndWatch(folder);
         std::error_code error;
         for (auto it = std::filesystem::recursive_directory_iterator(folder, error);
              !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error))
-            if (it->is_directory(error)) stamps.emplace_back(it->path(), modified(it->path()));
+            if (it->is_directory(error)) stampAndWatch(it->path());
     }
     entries_ = std::make_shared<const std::vector<Entry>>(all(folders));
-    folders_ = std::move(folders);
+    environment_ = std::move(environment);
     stamps_ = std::move(stamps);
     return entries_;
 }

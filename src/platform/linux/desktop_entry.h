@@ -3,6 +3,8 @@
 // with the entry's command, as the user's launcher would.
 #pragma once
 
+#include "model/unique_fd.h"
+
 #include <filesystem>
 #include <memory>
 #include <mutex>
@@ -52,10 +54,13 @@ std::vector<Entry> all(const std::vector<std::filesystem::path>& folders);
 
 // The entries of the application folders for a long-running process, which
 // sees programs installed and removed while it runs. They are read again when
-// the folders differ from those read, or one of them or of the folders in
-// them has another modification time: writing, removing or renaming an entry
-// changes its folder's time (rewriting a file in place does not). Checking
-// costs one stat per folder. Safe to use from several threads.
+// the folders differ from those read, or something changed in one of them or
+// of the folders in them: the kernel tells of every entry written, removed or
+// renamed (inotify), so a check costs one read that finds nothing, and a stat
+// per folder that was not there. Where the kernel will not watch them, a
+// folder's modification time tells instead, at a stat per folder: writing,
+// removing or renaming an entry changes it (rewriting a file in place does
+// not). Safe to use from several threads.
 class Catalog {
 public:
     // The entries as the folders are now; callers keep what they got for as
@@ -65,10 +70,12 @@ public:
 private:
     using Stamp = std::pair<std::filesystem::path, std::optional<std::filesystem::file_time_type>>;
     static std::optional<std::filesystem::file_time_type> modified(const std::filesystem::path& folder);
+    bool unchangedLocked();
 
     std::mutex lock_;
-    std::vector<std::filesystem::path> folders_;
+    std::string environment_;    // what the folders were found from, as last read
     std::vector<Stamp> stamps_;  // the folders and every folder in them, when read
+    UniqueFd watch_;             // inotify on each of them that was there; none where refused
     std::shared_ptr<const std::vector<Entry>> entries_;
 };
 

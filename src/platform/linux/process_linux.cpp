@@ -4,6 +4,7 @@
 #include "model/unique_fd.h"
 
 #include <algorithm>
+#include <climits>
 #include <fcntl.h>
 #include <filesystem>
 #include <unistd.h>
@@ -29,14 +30,24 @@ std::optional<std::string> readFile(const std::string& path) {
     }
 }
 
+// Where a link of /proc points: one call, where std::filesystem asks twice.
+std::optional<std::string> linkTarget(const std::string& path) {
+    char target[PATH_MAX + 1];
+    ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+    if (length <= 0) return std::nullopt;
+    if (static_cast<size_t>(length) < sizeof target) return std::string(target, static_cast<size_t>(length));
+    // Longer than any path should be: asked again at its full length.
+    std::error_code error;
+    auto whole = std::filesystem::read_symlink(path, error);
+    if (error || whole.empty()) return std::nullopt;
+    return whole.string();
+}
+
 }  // namespace
 
 std::optional<std::string> executable(std::int32_t pid) {
     if (pid <= 0) return std::nullopt;
-    std::error_code error;
-    auto target = std::filesystem::read_symlink(procPath(pid, "exe"), error);
-    if (error || target.empty()) return std::nullopt;
-    return target.string();
+    return linkTarget(procPath(pid, "exe"));
 }
 
 std::optional<std::string> commandName(std::int32_t pid) {
@@ -77,10 +88,7 @@ std::optional<std::vector<std::string>> commandLine(std::int32_t pid) {
 
 std::optional<std::string> workingDirectory(std::int32_t pid) {
     if (pid <= 0) return std::nullopt;
-    std::error_code error;
-    auto target = std::filesystem::read_symlink(procPath(pid, "cwd"), error);
-    if (error || target.empty()) return std::nullopt;
-    return target.string();
+    return linkTarget(procPath(pid, "cwd"));
 }
 
 std::vector<std::int32_t> children(std::int32_t pid) {

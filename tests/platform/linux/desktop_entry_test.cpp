@@ -264,9 +264,18 @@ TEST_F(DesktopEntryTest, TheCatalogIsReadAgainWhenAFolderOrAFolderInItChanges) {
     std::filesystem::remove(applications / "kde" / "old.desktop");
     EXPECT_THAT(ids(*catalog.current()), ElementsAre("new.desktop"));
     EXPECT_THAT(ids(*first), ElementsAre("kde-old.desktop")) << "a list handed out stays as it was";
+    // A file rewritten in place, which leaves its folder's time as it was.
+    writeText(applications / "new.desktop", "[Desktop Entry]\nType=Application\nName=Renamed\nExec=new\n");
+    auto renamed = catalog.current();
+    ASSERT_EQ(renamed->size(), 1u);
+    EXPECT_EQ(renamed->front().name, "Renamed");
+    // A folder that was not there when the entries were read.
+    write(dir.path() / "none" / "applications", "late.desktop", "[Desktop Entry]\nType=Application\nName=Late\nExec=late\n");
+    EXPECT_THAT(ids(*catalog.current()), ElementsAre("new.desktop", "late.desktop"));
+    EXPECT_EQ(catalog.current(), catalog.current()) << "nothing changed since: the same list";
     // Other folders altogether.
     ScopedVariable elsewhere("XDG_DATA_HOME", (dir.path() / "elsewhere").string());
-    EXPECT_THAT(ids(*catalog.current()), ::testing::IsEmpty());
+    EXPECT_THAT(ids(*catalog.current()), ElementsAre("late.desktop"));
 }
 
 TEST_F(DesktopEntryTest, OnlyAnEntryOfTheApplicationFoldersIsStartedByItsPath) {
