@@ -16,6 +16,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <functional>
 #include <map>
 #include <thread>
 #include <memory>
@@ -97,9 +98,10 @@ void CaptureThirtyWindows(benchmark::State& state, KWinBuild build) {
     state.counters["missed"] = missed;
 }
 
-// Runs the script `make` gives for each token, round after round, on a bus of its own.
-void runScripts(benchmark::State& state, KWinBuild build, Rounds rounds,
-                std::string (*make)(const KWin::ReplyAddress&, const std::string&)) {
+// Runs `round` (one answer from KWin, false when none came) round after
+// round, on a bus of its own.
+void runRounds(benchmark::State& state, KWinBuild build, Rounds rounds,
+               const std::function<bool(KWin::Bus&, const std::string& token)>& round) {
     if (session(build) == nullptr) {
         state.SkipWithError("no headless KWin here");
         return;
@@ -109,11 +111,21 @@ void runScripts(benchmark::State& state, KWinBuild build, Rounds rounds,
     if (!bus) std::abort();
     double failed = 0;
     for (auto _ : state) {
-        std::string token = bus->nextToken();
-        if (!bus->runScript(make(bus->replyAddress(), token), token, std::chrono::milliseconds(3000), why)) ++failed;
+        if (!round(*bus, bus->nextToken())) ++failed;
         pauseBetween(state, rounds);
     }
     state.counters["failed"] = failed;
+}
+
+constexpr auto answerWithin = std::chrono::milliseconds(3000);
+
+// Runs the script `make` gives for each token.
+void runScripts(benchmark::State& state, KWinBuild build, Rounds rounds,
+                std::string (*make)(const KWin::ReplyAddress&, const std::string&)) {
+    runRounds(state, build, rounds, [&](KWin::Bus& bus, const std::string& token) {
+        std::string why;
+        return bus.runScript(make(bus.replyAddress(), token), token, answerWithin, why).has_value();
+    });
 }
 
 // What one script costs at least: written, loaded, run, answered, unloaded.
@@ -121,7 +133,7 @@ void EmptyScriptRoundTrip(benchmark::State& state, KWinBuild build, Rounds round
     runScripts(state, build, rounds, KWin::answerOnlyScript);
 }
 
-// The listing script alone, as a capture runs it once: what KWin spends
+// The listing script alone, as a capture ran it once: what KWin spends
 // reading its 30 windows, between the empty script and the whole capture.
 void ListingScriptAlone(benchmark::State& state, KWinBuild build, Rounds rounds) {
     runScripts(state, build, rounds, KWin::listingScript);
@@ -130,21 +142,12 @@ void ListingScriptAlone(benchmark::State& state, KWinBuild build, Rounds rounds)
 // The same listing from the script a running Tarnwick keeps loaded in KWin:
 // what a capture now waits for.
 void ResidentListingAlone(benchmark::State& state, KWinBuild build, Rounds rounds) {
-    if (session(build) == nullptr) {
-        state.SkipWithError("no headless KWin here");
-        return;
-    }
-    std::string why;
-    auto bus = KWin::Bus::open(why);
-    if (!bus) std::abort();
-    const std::string source = KWin::residentListingScript(bus->replyAddress());
-    double failed = 0;
-    for (auto _ : state) {
-        std::string token = bus->nextToken();
-        if (!bus->askResident(source, token, std::chrono::milliseconds(3000), why)) ++failed;
-        pauseBetween(state, rounds);
-    }
-    state.counters["failed"] = failed;
+    std::string source;
+    runRounds(state, build, rounds, [&](KWin::Bus& bus, const std::string& token) {
+        if (source.empty()) source = KWin::residentListingScript(bus.replyAddress());
+        std::string why;
+        return bus.askResident(source, token, answerWithin, why).has_value();
+    });
 }
 
 // Every window moved away from where a snapshot has it, in one script, as a
@@ -216,8 +219,7 @@ void ThirtyFramesInOneScript(benchmark::State& state, KWinBuild build) {
             changes.push_back(change);
         }
         std::string token = bus->nextToken();
-        if (!bus->runScript(KWin::changeScript(changes, bus->replyAddress(), token), token,
-                            std::chrono::milliseconds(3000), why))
+        if (!bus->runScript(KWin::changeScript(changes, bus->replyAddress(), token), token, answerWithin, why))
             ++failed;
     }
     state.counters["failed"] = failed;

@@ -23,6 +23,7 @@ namespace {
 
 using testing::KWinBuild;
 using testing::KWinSession;
+using testing::forWindow;
 using testing::KWinWindow;
 using testing::eventually;
 
@@ -49,11 +50,7 @@ protected:
         session_.reset();
     }
 
-    std::map<std::string, KWinWindow> byTitle() {
-        std::map<std::string, KWinWindow> windows;
-        for (KWinWindow& window : session_->windows()) windows[window.caption] = window;
-        return windows;
-    }
+    std::map<std::string, KWinWindow> byTitle() { return session_->windowsByTitle(); }
 
     // The windows as the script kept loaded lists them, by title; nothing
     // when it did not answer.
@@ -77,12 +74,6 @@ protected:
     std::string source_;
     std::string lastWhy_;
 };
-
-// A KWin script's body for the window of this title.
-std::string forWindow(const std::string& title, const std::string& body) {
-    return "var l = kwinWindows();\nfor (var i = 0; i < l.length; ++i) if (l[i].caption == \"" + title +
-           "\") { var c = l[i]; " + body + " }\n";
-}
 
 TEST_P(KWinListingTest, WindowsMaximizedAfterItWasLoadedAreListedAsKWinReportsThem) {
     auto first = listed();

@@ -23,6 +23,7 @@ namespace {
 using testing::eventually;
 using testing::KWinBuild;
 using testing::KWinSession;
+using testing::forWindow;
 using testing::KWinWindow;
 using testing::ScopedPlatform;
 
@@ -33,12 +34,6 @@ const char* const xtermTitle = "xterm";
 constexpr double westonRowHeight = 20;
 
 // A KWin script's body for the window of this title, on KWin 5 and 6 alike.
-std::string forWindow(const std::string& title, const std::string& body) {
-    return "var l = typeof workspace.windowList === \"function\" ? workspace.windowList() : workspace.clientList();\n"
-           "for (var i = 0; i < l.length; ++i) if (l[i].caption == \"" +
-           title + "\") { var c = l[i]; " + body + " }\n";
-}
-
 std::optional<KWinWindow> titled(KWinSession& session, const std::string& title) {
     for (KWinWindow& window : session.windows())
         if (window.caption == title) return window;

@@ -31,6 +31,7 @@ namespace {
 
 using testing::KWinBuild;
 using testing::KWinSession;
+using testing::forWindow;
 using testing::KWinWindow;
 using testing::eventually;
 
@@ -98,11 +99,7 @@ protected:
         session_.reset();
     }
 
-    std::map<std::string, KWinWindow> byTitle() {
-        std::map<std::string, KWinWindow> windows;
-        for (KWinWindow& window : session_->windows()) windows[window.caption] = window;
-        return windows;
-    }
+    std::map<std::string, KWinWindow> byTitle() { return session_->windowsByTitle(); }
 
     static std::string titlesOf(const std::map<std::string, KWinWindow>& windows) {
         std::string text;
@@ -146,12 +143,6 @@ protected:
     std::unique_ptr<KWinSession> session_;
     std::unique_ptr<Platform> backend_;
 };
-
-// A KWin script's body for the window of this title.
-std::string forWindow(const std::string& title, const std::string& body) {
-    return "var l = kwinWindows();\nfor (var i = 0; i < l.length; ++i) if (l[i].caption == \"" + title +
-           "\") { var c = l[i]; " + body + " }\n";
-}
 
 std::string framesScript(const std::map<std::string, Wanted>& frames) {
     std::string script;

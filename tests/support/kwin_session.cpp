@@ -399,6 +399,17 @@ std::optional<KWinWindow> KWinSession::info(const std::string& id) {
     return window;
 }
 
+std::map<std::string, KWinWindow> KWinSession::windowsByTitle() {
+    std::map<std::string, KWinWindow> byTitle;
+    for (KWinWindow& window : windows()) byTitle[window.caption] = window;
+    return byTitle;
+}
+
+std::string forWindow(const std::string& title, const std::string& body) {
+    return "var l = kwinWindows();\nfor (var i = 0; i < l.length; ++i) if (l[i].caption == \"" + title +
+           "\") { var c = l[i]; " + body + " }\n";
+}
+
 std::vector<KWinWindow> KWinSession::windows() {
     std::vector<KWinWindow> found;
     if (!running()) return found;

@@ -78,6 +78,8 @@ public:
 
     // Every window KWin manages, in its order.
     std::vector<KWinWindow> windows();
+    // The same, by title (of two with one title, the later).
+    std::map<std::string, KWinWindow> windowsByTitle();
     // Runs a KWin script (JavaScript) and returns once it has run. Whatever
     // KWin it runs on, the script can use kwinWindows() for the windows,
     // desktopOf(window) for a window's desktop (counted from 1, -1 on all),
@@ -105,5 +107,8 @@ private:
     int lastScript_ = 0;  // KWin's number for the script loaded last
     std::string scriptPrefix_;  // where KWin exports a loaded script, before its number
 };
+
+// A body of script() for the window of this title, which it names `c`.
+std::string forWindow(const std::string& title, const std::string& body);
 
 }  // namespace tarnwick::testing
