@@ -318,13 +318,43 @@ bool KWinSession::scriptLoaded(const std::string& name) {
     return answer && answer->find("true") != std::string::npos;
 }
 
+// The numbers of the scripts KWin has on the bus: /N on KWin 5.27,
+// /Scripting/ScriptN on KWin 6.
+std::set<int> KWinSession::publishedScripts() {
+    std::set<int> numbers;
+    for (const std::string& parent : {std::string("/"), std::string("/Scripting")}) {
+        auto xml = call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", parent, "--method",
+                         "org.freedesktop.DBus.Introspectable.Introspect"});
+        if (!xml) continue;
+        const std::string prefix = parent == "/" ? "" : "Script";
+        const std::string opening = "<node name=\"";
+        for (size_t at = xml->find(opening); at != std::string::npos; at = xml->find(opening, at + 1)) {
+            size_t start = at + opening.size();
+            size_t end = xml->find('"', start);
+            if (end == std::string::npos) break;
+            std::string node = xml->substr(start, end - start);
+            if (node.rfind(prefix, 0) != 0) continue;
+            node.erase(0, prefix.size());
+            if (!node.empty() && node.size() < 7 && node.find_first_not_of("0123456789") == std::string::npos)
+                numbers.insert(std::stoi(node));
+        }
+    }
+    return numbers;
+}
+
 void KWinSession::stopEveryScript() {
-    // KWin numbers scripts as it loads them: a script of ours shows how far
-    // the numbers have come.
-    script("");
-    for (int id = 0; id < lastScript_ && !scriptPrefix_.empty(); ++id)
-        call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", scriptPrefix_ + std::to_string(id),
-              "--method", "org.kde.kwin.Script.stop"});
+    for (int id : publishedScripts())
+        for (const char* prefix : {"/", "/Scripting/Script"})
+            call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", prefix + std::to_string(id),
+                  "--method", "org.kde.kwin.Script.stop"});
+}
+
+bool KWinSession::loadScript(const std::string& name) {
+    std::filesystem::path file = folder_->path() / (name + ".js");
+    std::ofstream(file) << "\n";
+    return call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
+                 "org.kde.kwin.Scripting.loadScript", file.string(), name})
+        .has_value();
 }
 
 void KWinSession::unloadScript(const std::string& name) {
@@ -343,13 +373,25 @@ void KWinSession::script(const std::string& source) {
     std::ofstream(file) << scriptPrelude << "try {\n"
                         << source << "\n} catch (error) { print(\"" << name << " failed: \" + error); }\nprint(\""
                         << name << " ran\");\n";
-    auto loaded = call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
-                        "org.kde.kwin.Scripting.loadScript", file.string(), name});
-    if (!loaded) return;
-    std::string id;
-    for (char c : *loaded)
-        if (c >= '0' && c <= '9') id.push_back(c);
-    if (!id.empty()) lastScript_ = std::stoi(id);
+    // HACK: KWin numbers a script by how many are loaded, so after a script
+    // below one that stays is unloaded, the next one gets the number of the
+    // one that stays, and running it would run that one. Such a load is
+    // kept, holding the number, and the script loaded again.
+    const std::set<int> taken = publishedScripts();
+    std::string id, loadedAs;
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        std::string as = attempt == 0 ? name : name + "+" + std::to_string(attempt);
+        auto loaded = call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
+                            "org.kde.kwin.Scripting.loadScript", file.string(), as});
+        if (!loaded) return;
+        id.clear();
+        for (char c : *loaded)
+            if (c >= '0' && c <= '9') id.push_back(c);
+        if (id.empty() || taken.count(std::stoi(id)) == 0) {
+            loadedAs = as;
+            break;
+        }
+    }
     // HACK: KWin 5.27 exports a loaded script as /N, KWin 6 as /Scripting/ScriptN.
     auto run = [&](const std::string& prefix) {
         return call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", prefix + id, "--method",
@@ -371,7 +413,7 @@ void KWinSession::script(const std::string& source) {
     else if (text.find(name + " ran") == std::string::npos)
         std::fprintf(stderr, "kwin session: %s did not run within 10 s\n", name.c_str());
     call({"call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
-          "org.kde.kwin.Scripting.unloadScript", name});
+          "org.kde.kwin.Scripting.unloadScript", loadedAs});
 }
 
 std::optional<KWinWindow> KWinSession::info(const std::string& id) {

@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -89,11 +90,14 @@ public:
     // interface tells; and unloading one, as any client of the bus can.
     bool scriptLoaded(const std::string& name);
     void unloadScript(const std::string& name);
+    // Loads an empty script under this name, not run, to stay until unloaded.
+    bool loadScript(const std::string& name);
     // Stops every script loaded in KWin, whoever loaded it.
     void stopEveryScript();
 
 private:
     std::optional<std::string> call(const std::vector<std::string>& arguments);
+    std::set<int> publishedScripts();
     std::optional<KWinWindow> info(const std::string& id);
 
     std::unique_ptr<class TempDir> folder_;
@@ -104,7 +108,6 @@ private:
     std::optional<ChildProcess> kwin_;
     std::list<ChildProcess> programs_;
     int scripts_ = 0;
-    int lastScript_ = 0;  // KWin's number for the script loaded last
     std::string scriptPrefix_;  // where KWin exports a loaded script, before its number
 };
 

@@ -11,7 +11,10 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <set>
+#include <string_view>
 #include <unistd.h>
+#include <vector>
 
 namespace tarnwick::KWin {
 
@@ -28,12 +31,15 @@ constexpr const char* nextMethod = "Next";
 // KWin gives up on a call after 25 s: a wait held for this long is answered
 // empty, so that the script asks again.
 constexpr auto heldWaitRenewed = std::chrono::seconds(10);
-// A wait held this long may have been given up already: the script is
-// loaded afresh rather than trusted.
-constexpr auto heldWaitStale = std::chrono::seconds(20);
-// A script that answered its last token waits on us again at once; one
+// A wait held this long (as we count, from when we read it) may have been
+// given up already: the script is loaded afresh rather than trusted.
+constexpr auto heldWaitStale = std::chrono::seconds(15);
+// The script asks again as soon as it has a token, before it lists: one
 // that does not within this is gone.
-constexpr auto waitAgainWithin = std::chrono::milliseconds(500);
+constexpr auto waitAgainWithin = std::chrono::milliseconds(1000);
+// Scripts loaded in vain, each holding a number another script has (see
+// loadAndRun), before loading gives up.
+constexpr int loadAttempts = 4;
 // A call into KWin's own interfaces: it answers at once or is not there.
 constexpr std::uint64_t callTimeoutMicroseconds = 2'000'000;
 
@@ -77,15 +83,19 @@ struct Bus::State {
     std::filesystem::path folder;  // our own, for the script files KWin reads
     std::uint64_t counter = 0;
     std::map<std::string, std::string> answers;  // by token, until taken
-    std::string residentName;      // the script kept loaded, while it is
+    std::string residentName;      // the script kept loaded, as KWin knows it, while it is
+    std::string residentLabel;     // what it says of itself when it waits
     std::uint64_t residentCount = 0;
     Message held;                  // its call waiting for a token
     std::chrono::steady_clock::time_point heldSince;
+    std::vector<std::string> placeholders;  // scripts loaded in vain, kept to hold their numbers
+    std::uint64_t kwinStarts = 0;
 
     ~State() {
-        if (!residentName.empty()) {
+        unloadResident();
+        for (const std::string& name : placeholders) {
             std::string ignored;
-            call(scriptingPath, scriptingInterface, "unloadScript", ignored, "b", residentName.c_str());
+            call(scriptingPath, scriptingInterface, "unloadScript", ignored, "b", name.c_str());
         }
         std::error_code ignored;
         if (!folder.empty()) std::filesystem::remove_all(folder, ignored);
@@ -130,10 +140,15 @@ struct Bus::State {
     }
 
     // The loaded script waits: its call is answered when a listing is wanted.
+    // A script we let go of, whose call was on its way, is told to stop.
     static int onNext(sd_bus_message* message, void* data, sd_bus_error* error) {
         auto* state = static_cast<State*>(data);
         if (!fromKWin(message, state->kwinOwner))
             return sd_bus_error_set(error, SD_BUS_ERROR_ACCESS_DENIED, "only KWin waits here");
+        const char* label = nullptr;
+        if (sd_bus_message_read_basic(message, 's', &label) < 0 || state->residentLabel.empty() ||
+            state->residentLabel != label)
+            return sd_bus_error_set(error, SD_BUS_ERROR_FAILED, "this listing script is no longer used");
         // One wait at a time: an older one is let go with an empty token.
         if (state->held) sd_bus_reply_method_return(state->held.get(), "s", "");
         state->held.reset(sd_bus_message_ref(message));
@@ -150,8 +165,11 @@ struct Bus::State {
         if (sd_bus_message_read(message, "sss", &name, &before, &after) < 0 || std::strcmp(name, kwinService) != 0)
             return 0;
         state->kwinOwner = after;
+        state->kwinStarts += 1;
         state->residentName.clear();
+        state->residentLabel.clear();
         state->held.reset();
+        state->placeholders.clear();
         return 0;
     }
 
@@ -179,12 +197,42 @@ struct Bus::State {
 
     std::filesystem::path scriptFile(const std::string& name) const { return folder / (name + ".js"); }
 
+    // The numbers of the scripts KWin has on the bus now: /N on KWin 5.27,
+    // /Scripting/ScriptN on KWin 6.
+    std::set<int> publishedScripts() {
+        std::set<int> numbers;
+        for (const char* parent : {"/", "/Scripting"}) {
+            CallError error;
+            sd_bus_message* raw = nullptr;
+            int result = sd_bus_call_method(bus.get(), kwinService, parent, "org.freedesktop.DBus.Introspectable",
+                                            "Introspect", &error.error, &raw, "");
+            Message reply(raw);
+            const char* xml = nullptr;
+            if (result < 0 || sd_bus_message_read_basic(raw, 's', &xml) < 0 || xml == nullptr) continue;
+            const std::string_view text(xml);
+            const std::string_view prefix = std::strcmp(parent, "/") == 0 ? "" : "Script";
+            const std::string_view opening = "<node name=\"";
+            for (size_t at = text.find(opening); at != std::string_view::npos; at = text.find(opening, at + 1)) {
+                size_t start = at + opening.size();
+                size_t end = text.find('"', start);
+                if (end == std::string_view::npos) break;
+                std::string_view node = text.substr(start, end - start);
+                if (node.substr(0, prefix.size()) != prefix) continue;
+                node.remove_prefix(prefix.size());
+                if (node.empty() || node.size() > 6 || node.find_first_not_of("0123456789") != std::string_view::npos)
+                    continue;
+                numbers.insert(std::stoi(std::string(node)));
+            }
+        }
+        return numbers;
+    }
+
     // Writes `source` as the script `name` in our folder, loads and runs it;
-    // false, with the reason, when KWin refuses. A script loaded is marked
-    // in `loaded` even when it did not run, to be unloaded. KWin reads the
-    // file once the script runs, on a thread of its own: the file stays
+    // false, with the reason, when KWin refuses. `loadedAs` is the name KWin
+    // has it under, to unload it by, set even when it did not run. KWin reads
+    // the file once the script runs, on a thread of its own: the file stays
     // until the script has called us.
-    bool loadAndRun(const std::string& source, const std::string& name, bool& loaded, std::string& why) {
+    bool loadAndRun(const std::string& source, const std::string& name, std::string& loadedAs, std::string& why) {
         const std::filesystem::path file = scriptFile(name);
         {
             std::ofstream out(file, std::ios::binary | std::ios::trunc);
@@ -195,29 +243,50 @@ struct Bus::State {
             }
         }
         const std::string path = file.string();
-        int id = call(scriptingPath, scriptingInterface, "loadScript", why, "i", path.c_str(), name.c_str());
-        if (id < 0) {
-            if (why.empty()) why = "KWin refused to load the script";
-            return false;
+        const std::set<int> taken = publishedScripts();
+        for (int attempt = 0; attempt < loadAttempts; ++attempt) {
+            std::string as = attempt == 0 ? name : name + "+" + std::to_string(attempt);
+            int id = call(scriptingPath, scriptingInterface, "loadScript", why, "i", path.c_str(), as.c_str());
+            if (id < 0) {
+                if (why.empty()) why = "KWin refused to load the script";
+                return false;
+            }
+            // HACK: KWin numbers a script by how many are loaded. Once one is
+            // unloaded below another that stays (ours kept loaded, or anyone's),
+            // the next script gets the number of the one that stayed, and the
+            // bus keeps that one under it: running "ours" would reach it. The
+            // script loaded in vain stays loaded, holding that number, until
+            // this connection ends, and the next load gets a number of its own.
+            if (taken.count(id) > 0) {
+                placeholders.push_back(as);
+                continue;
+            }
+            loadedAs = as;
+            // HACK: KWin 5.27 exports a loaded script as /N; Plasma 6 as /Scripting/ScriptN.
+            std::string scriptPath = "/" + std::to_string(id);
+            std::string runWhy;
+            if (call(scriptPath.c_str(), scriptInterface, "run", runWhy) < 0) {
+                scriptPath = "/Scripting/Script" + std::to_string(id);
+                if (call(scriptPath.c_str(), scriptInterface, "run", why) < 0) return false;
+            }
+            return true;
         }
-        loaded = true;
-        // HACK: KWin 5.27 exports a loaded script as /N; Plasma 6 as /Scripting/ScriptN.
-        std::string scriptPath = "/" + std::to_string(id);
-        std::string runWhy;
-        if (call(scriptPath.c_str(), scriptInterface, "run", runWhy) < 0) {
-            scriptPath = "/Scripting/Script" + std::to_string(id);
-            if (call(scriptPath.c_str(), scriptInterface, "run", why) < 0) return false;
-        }
-        return true;
+        why = "KWin gave each script the number of one already loaded";
+        return false;
     }
 
     void unloadResident() {
-        if (residentName.empty()) return;
-        std::string ignored;
-        call(scriptingPath, scriptingInterface, "unloadScript", ignored, "b", residentName.c_str());
-        std::error_code gone;
-        std::filesystem::remove(scriptFile(residentName), gone);
+        if (!residentName.empty()) {
+            std::string ignored;
+            call(scriptingPath, scriptingInterface, "unloadScript", ignored, "b", residentName.c_str());
+        }
+        if (!residentLabel.empty()) {
+            std::error_code gone;
+            std::filesystem::remove(scriptFile(residentLabel), gone);
+        }
+        if (held) sd_bus_reply_method_errorf(held.get(), SD_BUS_ERROR_FAILED, "this listing script is no longer used");
         residentName.clear();
+        residentLabel.clear();
         held.reset();
     }
 };
@@ -258,8 +327,10 @@ std::unique_ptr<Bus> Bus::open(std::string& why) {
     }
     // Who KWin is, now and whenever it starts again.
     sd_bus_slot* watch = nullptr;
-    result = sd_bus_match_signal(state->bus.get(), &watch, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                 "org.freedesktop.DBus", "NameOwnerChanged", &State::onOwnerChanged, state.get());
+    result = sd_bus_add_match(state->bus.get(), &watch,
+                              "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
+                              "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='org.kde.KWin'",
+                              &State::onOwnerChanged, state.get());
     state->ownerWatch.reset(watch);
     CallError ownerError;
     sd_bus_message* ownerAnswer = nullptr;
@@ -277,7 +348,7 @@ std::unique_ptr<Bus> Bus::open(std::string& why) {
     static const sd_bus_vtable answerTable[] = {
         SD_BUS_VTABLE_START(0),
         SD_BUS_METHOD(answerMethod, "ss", "", &State::onAnswer, SD_BUS_VTABLE_UNPRIVILEGED),
-        SD_BUS_METHOD(nextMethod, "", "s", &State::onNext, SD_BUS_VTABLE_UNPRIVILEGED),
+        SD_BUS_METHOD(nextMethod, "s", "s", &State::onNext, SD_BUS_VTABLE_UNPRIVILEGED),
         SD_BUS_VTABLE_END,
     };
     sd_bus_slot* slot = nullptr;
@@ -333,16 +404,17 @@ std::optional<std::string> Bus::runScript(const std::string& source, const std::
     struct Cleanup {
         State& s;
         const std::string& name;
-        bool loaded = false;
+        std::string loadedAs;
         ~Cleanup() {
             std::string ignored;
-            if (loaded) s.call(scriptingPath, scriptingInterface, "unloadScript", ignored, "b", name.c_str());
+            if (!loadedAs.empty())
+                s.call(scriptingPath, scriptingInterface, "unloadScript", ignored, "b", loadedAs.c_str());
             std::error_code gone;
             std::filesystem::remove(s.scriptFile(name), gone);
             s.answers.clear();
         }
-    } cleanup{s, name};
-    if (!s.loadAndRun(source, name, cleanup.loaded, why)) return std::nullopt;
+    } cleanup{s, name, {}};
+    if (!s.loadAndRun(source, name, cleanup.loadedAs, why)) return std::nullopt;
     auto deadline = std::chrono::steady_clock::now() + timeout;
     if (!s.processUntil([&] { return s.answers.count(token) > 0; }, deadline, why)) {
         if (why.empty()) why = "KWin's script did not answer within " + std::to_string(timeout.count()) + " ms";
@@ -351,8 +423,9 @@ std::optional<std::string> Bus::runScript(const std::string& source, const std::
     return std::move(s.answers[token]);
 }
 
-std::optional<std::string> Bus::askResident(const std::string& source, const std::string& token,
-                                            std::chrono::milliseconds timeout, std::string& why) {
+std::optional<std::string> Bus::askResident(std::string (*source)(const ReplyAddress&, const std::string& label),
+                                            const std::string& token, std::chrono::milliseconds timeout,
+                                            std::string& why) {
     State& s = *state_;
     auto now = std::chrono::steady_clock::now();
     auto deadline = now + timeout;
@@ -361,23 +434,16 @@ std::optional<std::string> Bus::askResident(const std::string& source, const std
     s.processUntil([] { return false; }, now, ignored);
     if (s.held && now - s.heldSince > heldWaitStale) s.unloadResident();
     bool fresh = false;
-    if (s.residentName.empty()) {
+    if (s.residentLabel.empty()) {
         // Named by our connection, whose name the bus never gives again: a
         // script some earlier Tarnwick left loaded never stands in the way.
         s.residentCount += 1;
         std::string connection = s.address.service;
         for (char& c : connection)
             if (c == ':' || c == '.') c = '_';
-        s.residentName = "tarnwick-listing" + connection + "-" + std::to_string(s.residentCount);
-        bool loaded = false;
-        if (!s.loadAndRun(source, s.residentName, loaded, why)) {
-            if (loaded) {
-                s.unloadResident();
-            } else {
-                std::error_code gone;
-                std::filesystem::remove(s.scriptFile(s.residentName), gone);
-                s.residentName.clear();
-            }
+        s.residentLabel = "tarnwick-listing" + connection + "-" + std::to_string(s.residentCount);
+        if (!s.loadAndRun(source(s.address, s.residentLabel), s.residentLabel, s.residentName, why)) {
+            s.unloadResident();
             return std::nullopt;
         }
         fresh = true;
@@ -393,17 +459,26 @@ std::optional<std::string> Bus::askResident(const std::string& source, const std
         return failed("KWin's listing script is not waiting for us");
     if (fresh) {
         std::error_code gone;
-        std::filesystem::remove(s.scriptFile(s.residentName), gone);
+        std::filesystem::remove(s.scriptFile(s.residentLabel), gone);
     }
     Message waiting = std::move(s.held);
     int sent = sd_bus_reply_method_return(waiting.get(), "s", token.c_str());
     if (sent < 0) return failed(std::string("cannot answer KWin's listing script: ") + std::strerror(-sent));
-    if (!s.processUntil([&] { return s.answers.count(token) > 0; }, deadline, why))
+    // It waits again before it lists: one that does not has gone, and is
+    // not waited for longer.
+    auto answered = [&] { return s.answers.count(token) > 0; };
+    if (!s.processUntil([&] { return answered() || s.held != nullptr; },
+                        std::min(deadline, std::chrono::steady_clock::now() + waitAgainWithin), why) &&
+        !answered())
+        return failed("KWin's listing script took the token and is gone");
+    if (!s.processUntil(answered, deadline, why))
         return failed("KWin's listing script did not answer within " + std::to_string(timeout.count()) + " ms");
     std::string payload = std::move(s.answers[token]);
     s.answers.clear();
     return payload;
 }
+
+std::uint64_t Bus::kwinStarts() const { return state_->kwinStarts; }
 
 const std::string& Bus::residentName() const { return state_->residentName; }
 
@@ -411,9 +486,12 @@ void Bus::keepResidentWaiting() {
     State& s = *state_;
     std::string ignored;
     s.processUntil([] { return false; }, std::chrono::steady_clock::now(), ignored);
-    if (s.held && std::chrono::steady_clock::now() - s.heldSince > heldWaitRenewed) {
+    auto now = std::chrono::steady_clock::now();
+    if (s.held && now - s.heldSince > heldWaitRenewed) {
         sd_bus_reply_method_return(s.held.get(), "s", "");
         s.held.reset();
+        // Its next wait is counted from when it comes, not from the next look.
+        s.processUntil([&] { return s.held != nullptr; }, now + std::chrono::milliseconds(100), ignored);
     }
 }
 

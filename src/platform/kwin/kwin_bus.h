@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,15 +19,15 @@ struct ReplyAddress {
     std::string path;
     std::string interface;
     std::string method;
-    // What a script kept loaded calls, with no arguments, to wait for its
-    // next token (an empty one: wait again).
+    // What a script kept loaded calls, with the label it was given, to wait
+    // for its next token (an empty one: wait again).
     std::string next;
 };
 
 // One connection to the session bus that KWin serves. Not thread-safe: the
 // backend holds its own lock around every use. Only KWin's calls reach our
-// object: a call from any other connection is refused, so no other program
-// can answer in KWin's name or take a script's next token.
+// object: a call from any other connection is refused, so another program
+// has to get a script of its own into KWin to answer in KWin's name.
 class Bus {
 public:
     // Connects to $DBUS_SESSION_BUS_ADDRESS and checks that org.kde.KWin
@@ -46,12 +47,16 @@ public:
                                          std::chrono::milliseconds timeout, std::string& why);
 
     // Asks the script kept loaded in KWin (see residentListingScript) for
-    // the answer to `token`, loading `source` first when it is not loaded.
-    // Nothing, with the reason in `why`, when it cannot be loaded or does
-    // not answer within `timeout`; it is then unloaded, and loaded afresh
-    // at the next ask.
-    std::optional<std::string> askResident(const std::string& source, const std::string& token,
-                                           std::chrono::milliseconds timeout, std::string& why);
+    // the answer to `token`, loading the script `source` makes first when
+    // none is. Nothing, with the reason in `why`, when it cannot be loaded or
+    // does not answer within `timeout`; it is then unloaded, and loaded
+    // afresh at the next ask.
+    std::optional<std::string> askResident(std::string (*source)(const ReplyAddress&, const std::string& label),
+                                           const std::string& token, std::chrono::milliseconds timeout,
+                                           std::string& why);
+
+    // How many times KWin has started again since the connection was made.
+    std::uint64_t kwinStarts() const;
 
     // The name the script kept loaded has in KWin; empty while none is.
     const std::string& residentName() const;

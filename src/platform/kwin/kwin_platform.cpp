@@ -403,11 +403,10 @@ private:
     void flushLoop() {
         std::unique_lock<std::mutex> hold(lock_);
         for (;;) {
-            if (!wake_.wait_for(hold, keepWaitingEvery, [this] { return stopping_ || !pending_.empty(); })) {
-                bus_->keepResidentWaiting();
-                continue;
-            }
+            bool woken = wake_.wait_for(hold, keepWaitingEvery, [this] { return stopping_ || !pending_.empty(); });
             if (stopping_) return;
+            bus_->keepResidentWaiting();
+            if (!woken) continue;
             auto due = lastChange_ + changeGrace;
             if (std::chrono::steady_clock::now() < due) {
                 wake_.wait_until(hold, due);
@@ -431,8 +430,13 @@ private:
         std::string token = bus_->nextToken();
         std::string why;
         std::optional<std::string> payload;
+        // A KWin started again is given another chance.
+        if (bus_->kwinStarts() != kwinStartsSeen_) {
+            kwinStartsSeen_ = bus_->kwinStarts();
+            residentFailures_ = 0;
+        }
         if (residentFailures_ < residentGivenUpAfter) {
-            payload = bus_->askResident(KWin::residentListingScript(bus_->replyAddress()), token, scriptTimeout, why);
+            payload = bus_->askResident(KWin::residentListingScript, token, scriptTimeout, why);
             if (payload) {
                 residentFailures_ = 0;
             } else if (++residentFailures_ == residentGivenUpAfter) {
@@ -594,6 +598,7 @@ private:
     std::map<std::pair<std::string, std::uint32_t>, std::int32_t> x11Pids_;  // by KWin id and X11 window
     std::chrono::steady_clock::time_point lastChange_;
     int residentFailures_ = 0;  // of the listing script kept in KWin, in a row
+    std::uint64_t kwinStartsSeen_ = 0;
     XWaylandPids xwaylandPids_;
     std::condition_variable wake_;
     bool stopping_ = false;

@@ -151,7 +151,7 @@ std::string listingScript(const ReplyAddress& to, const std::string& token) {
            ");\n})();\n";
 }
 
-std::string residentListingScript(const ReplyAddress& to) {
+std::string residentListingScript(const ReplyAddress& to, const std::string& label) {
     // The call is asked again before the listing is made: a listing that
     // fails must not end the waiting.
     return std::string("(function () {\n") + prelude + listingFunction(to) +
@@ -161,7 +161,7 @@ std::string residentListingScript(const ReplyAddress& to) {
            "  });\n"
            "function tw_wait() {\n"
            "  callDBus(" + quoted(to.service) + ", " + quoted(to.path) + ", " + quoted(to.interface) + ", " +
-           quoted(to.next) + ", function (token) {\n"
+           quoted(to.next) + ", " + quoted(label) + ", function (token) {\n"
            "    tw_wait();\n"
            "    if (token) tw_listing(token);\n"
            "  });\n"

@@ -48,11 +48,12 @@ std::vector<Output> outputsDescribed(const std::string& supportInformation);
 // Lists every window with its states and sends it all back in one call.
 std::string listingScript(const ReplyAddress& to, const std::string& token);
 
-// The same listing, kept loaded in KWin: it calls our method `to.next` and
-// waits; each answer that is a token has the windows listed and sent back
-// with it, an empty one only has it wait again. Loading and starting a
-// script costs KWin more than listing 30 windows does; this one is loaded once.
-std::string residentListingScript(const ReplyAddress& to);
+// The same listing, kept loaded in KWin: it calls our method `to.next` with
+// `label` and waits; each answer that is a token has the windows listed and
+// sent back with it, an empty one only has it wait again, and an error ends
+// it. Loading and starting a script costs KWin more than listing 30 windows
+// does; this one is loaded once.
+std::string residentListingScript(const ReplyAddress& to, const std::string& label);
 
 // The listing a listing script sent; nothing when it does not parse.
 std::optional<Listing> parseListing(const std::string& payload);

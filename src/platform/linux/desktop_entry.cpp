@@ -244,7 +244,7 @@ std::shared_ptr<const std::vector<Entry>> Catalog::current() {
     std::vector<std::filesystem::path> folders = applicationFolders();
     // The watches and times are set before the files are read: a change
     // made meanwhile shows at the next check.
-    watch_.reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    watch_.reset(noticing_ == Noticing::kernel ? ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC) : -1);
     const std::uint32_t changes = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_CLOSE_WRITE | IN_MODIFY |
                                   IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
     std::vector<Stamp> stamps;

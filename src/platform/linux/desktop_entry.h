@@ -63,6 +63,10 @@ std::vector<Entry> all(const std::vector<std::filesystem::path>& folders);
 // not). Safe to use from several threads.
 class Catalog {
 public:
+    // How changes are noticed: the kernel tells, or the folders' times alone.
+    enum class Noticing { kernel, folderTimes };
+    explicit Catalog(Noticing noticing = Noticing::kernel) : noticing_(noticing) {}
+
     // The entries as the folders are now; callers keep what they got for as
     // long as they use it.
     std::shared_ptr<const std::vector<Entry>> current();
@@ -72,6 +76,7 @@ private:
     static std::optional<std::filesystem::file_time_type> modified(const std::filesystem::path& folder);
     bool unchangedLocked();
 
+    const Noticing noticing_;
     std::mutex lock_;
     std::string environment_;    // what the folders were found from, as last read
     std::vector<Stamp> stamps_;  // the folders and every folder in them, when read

@@ -248,12 +248,24 @@ TEST_F(DesktopEntryTest, TerminalsAreKnownByTheirCategory) {
 namespace tarnwick::testing {
 namespace {
 
-TEST_F(DesktopEntryTest, TheCatalogIsReadAgainWhenAFolderOrAFolderInItChanges) {
-    ScopedVariable dataHome("XDG_DATA_HOME", (dir.path() / "data").string());
-    ScopedVariable dataDirs("XDG_DATA_DIRS", (dir.path() / "none").string());
-    const auto applications = dir.path() / "data" / "applications";
+// Entries written, removed, rewritten and folders appearing, as the catalog
+// notices them in the way given.
+void catalogFollowsTheFolders(const std::filesystem::path& root, DesktopEntries::Catalog::Noticing noticing) {
+    using Noticing = DesktopEntries::Catalog::Noticing;
+    auto ids = [](const std::vector<DesktopEntries::Entry>& entries) {
+        std::vector<std::string> out;
+        for (const auto& entry : entries) out.push_back(entry.id);
+        return out;
+    };
+    auto write = [](const std::filesystem::path& folder, const std::string& name, const std::string& text) {
+        std::filesystem::create_directories((folder / name).parent_path());
+        writeText(folder / name, text);
+    };
+    ScopedVariable dataHome("XDG_DATA_HOME", (root / "data").string());
+    ScopedVariable dataDirs("XDG_DATA_DIRS", (root / "none").string());
+    const auto applications = root / "data" / "applications";
     write(applications, "kde/old.desktop", "[Desktop Entry]\nType=Application\nName=Old\nExec=old\n");
-    DesktopEntries::Catalog catalog;
+    DesktopEntries::Catalog catalog(noticing);
     auto first = catalog.current();
     EXPECT_THAT(ids(*first), ElementsAre("kde-old.desktop"));
     EXPECT_EQ(catalog.current(), first) << "nothing changed: the same list, not read again";
@@ -264,18 +276,30 @@ TEST_F(DesktopEntryTest, TheCatalogIsReadAgainWhenAFolderOrAFolderInItChanges) {
     std::filesystem::remove(applications / "kde" / "old.desktop");
     EXPECT_THAT(ids(*catalog.current()), ElementsAre("new.desktop"));
     EXPECT_THAT(ids(*first), ElementsAre("kde-old.desktop")) << "a list handed out stays as it was";
-    // A file rewritten in place, which leaves its folder's time as it was.
-    writeText(applications / "new.desktop", "[Desktop Entry]\nType=Application\nName=Renamed\nExec=new\n");
-    auto renamed = catalog.current();
-    ASSERT_EQ(renamed->size(), 1u);
-    EXPECT_EQ(renamed->front().name, "Renamed");
+    // A file rewritten in place, which leaves its folder's time as it was:
+    // only the kernel tells of it.
+    if (noticing == Noticing::kernel) {
+        writeText(applications / "new.desktop", "[Desktop Entry]\nType=Application\nName=Renamed\nExec=new\n");
+        auto renamed = catalog.current();
+        ASSERT_EQ(renamed->size(), 1u);
+        EXPECT_EQ(renamed->front().name, "Renamed");
+    }
     // A folder that was not there when the entries were read.
-    write(dir.path() / "none" / "applications", "late.desktop", "[Desktop Entry]\nType=Application\nName=Late\nExec=late\n");
+    write(root / "none" / "applications", "late.desktop", "[Desktop Entry]\nType=Application\nName=Late\nExec=late\n");
     EXPECT_THAT(ids(*catalog.current()), ElementsAre("new.desktop", "late.desktop"));
     EXPECT_EQ(catalog.current(), catalog.current()) << "nothing changed since: the same list";
     // Other folders altogether.
-    ScopedVariable elsewhere("XDG_DATA_HOME", (dir.path() / "elsewhere").string());
+    ScopedVariable elsewhere("XDG_DATA_HOME", (root / "elsewhere").string());
     EXPECT_THAT(ids(*catalog.current()), ElementsAre("late.desktop"));
+}
+
+TEST_F(DesktopEntryTest, TheCatalogIsReadAgainWhenAFolderOrAFolderInItChanges) {
+    catalogFollowsTheFolders(dir.path(), DesktopEntries::Catalog::Noticing::kernel);
+}
+
+// Where the kernel will not watch the folders, their times tell.
+TEST_F(DesktopEntryTest, TheCatalogFollowsTheFoldersByTheirTimesToo) {
+    catalogFollowsTheFolders(dir.path(), DesktopEntries::Catalog::Noticing::folderTimes);
 }
 
 TEST_F(DesktopEntryTest, OnlyAnEntryOfTheApplicationFoldersIsStartedByItsPath) {
