@@ -79,18 +79,19 @@ constexpr const char* prelude =
 std::string listingFunction(const ReplyAddress& to) {
     // HACK: a KWin 5.27 script cannot read whether a window is maximized;
     // KWin's own getWindowInfo on D-Bus can, at a D-Bus call within KWin for
-    // each window. There the script asks it for every window it has not
-    // heard of (tw_maximized, which the script kept loaded keeps up to date
-    // from KWin's clientMaximizeSet) and answers once all have answered. A
-    // change heard of while a question is on its way is newer than the
-    // answer. KWin 6 shows a script maximizeMode itself (1 vertically, 2
-    // horizontally).
-    return std::string("var tw_maximized = {};\n") +
+    // each window, and the script answers once all have answered. The
+    // script kept loaded remembers each answer with the frame the window had
+    // (tw_maximized) and asks again only once the frame is another, or KWin
+    // said the window was maximized or restored since (clientMaximizeSet,
+    // counted in tw_heard): an answer that crossed such news is not kept.
+    // KWin 6 shows a script maximizeMode itself (1 vertically, 2 horizontally).
+    return std::string("var tw_maximized = {}, tw_heard = {};\n") +
            "function tw_listing(token) {\n"
            "var tw_list = tw_windows(), tw_active = tw_activeWindow();\n"
            "var listed = {};\n"
            "tw_list.forEach(function (c) { listed[String(c.internalId)] = true; });\n"
            "for (var known in tw_maximized) if (!listed[known]) delete tw_maximized[known];\n"
+           "for (var heard in tw_heard) if (!listed[heard]) delete tw_heard[heard];\n"
            "var out = {windows: [], active: tw_active ? String(tw_active.internalId) : null, outputs: []};\n"
            "if (workspace.screens !== undefined) {\n"
            "  workspace.screens.forEach(function (o) {\n"
@@ -129,15 +130,19 @@ std::string listingFunction(const ReplyAddress& to) {
            "    return;\n"
            "  }\n"
            "  function take(m) { w.maximizedHorizontally = m.h; w.maximizedVertically = m.v; }\n"
-           "  if (tw_maximized[w.id]) {\n"
+           "  var frame = g.x + \",\" + g.y + \",\" + g.width + \",\" + g.height;\n"
+           "  var before = tw_heard[w.id] || 0;\n"
+           "  if (tw_maximized[w.id] && tw_maximized[w.id].frame === frame) {\n"
            "    take(tw_maximized[w.id]);\n"
            "    if (--left === 0) done();\n"
            "    return;\n"
            "  }\n"
            "  callDBus(\"org.kde.KWin\", \"/KWin\", \"org.kde.KWin\", \"getWindowInfo\", w.id, function (info) {\n"
-           "    if (info && !tw_maximized[w.id])\n"
-           "      tw_maximized[w.id] = {h: !!info.maximizeHorizontal, v: !!info.maximizeVertical};\n"
-           "    if (tw_maximized[w.id]) take(tw_maximized[w.id]);\n"
+           "    if (info) {\n"
+           "      var m = {h: !!info.maximizeHorizontal, v: !!info.maximizeVertical, frame: frame};\n"
+           "      if ((tw_heard[w.id] || 0) === before) tw_maximized[w.id] = m;\n"
+           "      take(m);\n"
+           "    }\n"
            "    if (--left === 0) done();\n"
            "  });\n"
            "});\n"
@@ -157,7 +162,9 @@ std::string residentListingScript(const ReplyAddress& to, const std::string& lab
     return std::string("(function () {\n") + prelude + listingFunction(to) +
            "if (workspace.clientMaximizeSet !== undefined)\n"
            "  workspace.clientMaximizeSet.connect(function (c, h, v) {\n"
-           "    tw_maximized[String(c.internalId)] = {h: !!h, v: !!v};\n"
+           "    var id = String(c.internalId);\n"
+           "    tw_heard[id] = (tw_heard[id] || 0) + 1;\n"
+           "    delete tw_maximized[id];\n"
            "  });\n"
            "function tw_wait() {\n"
            "  callDBus(" + quoted(to.service) + ", " + quoted(to.path) + ", " + quoted(to.interface) + ", " +
