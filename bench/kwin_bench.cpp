@@ -138,7 +138,8 @@ void runScripts(benchmark::State& state, KWinBuild build, Rounds rounds,
                 std::string (*make)(const KWin::ReplyAddress&, const std::string&)) {
     runRounds(state, build, rounds, [&](KWin::Bus& bus, const std::string& token) {
         std::string why;
-        return bus.runScript(make(bus.replyAddress(), token), token, answerWithin, why).has_value();
+        // KWin's cost alone, without our check of the number it gives.
+        return bus.runScript(make(bus.replyAddress(), token), token, answerWithin, why, false).has_value();
     });
 }
 

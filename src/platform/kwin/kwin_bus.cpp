@@ -90,6 +90,7 @@ struct Bus::State {
     std::chrono::steady_clock::time_point heldSince;
     std::vector<std::string> placeholders;  // scripts loaded in vain, kept to hold their numbers
     std::uint64_t kwinStarts = 0;
+    std::string scriptPrefix;  // where KWin puts a loaded script, once one has run
 
     ~State() {
         unloadResident();
@@ -166,6 +167,7 @@ struct Bus::State {
             return 0;
         state->kwinOwner = after;
         state->kwinStarts += 1;
+        state->scriptPrefix.clear();
         state->residentName.clear();
         state->residentLabel.clear();
         state->held.reset();
@@ -202,6 +204,8 @@ struct Bus::State {
     std::set<int> publishedScripts() {
         std::set<int> numbers;
         for (const char* parent : {"/", "/Scripting"}) {
+            // Once a script has run, where KWin puts them is known.
+            if (!scriptPrefix.empty() && (std::strcmp(parent, "/") == 0) != (scriptPrefix == "/")) continue;
             CallError error;
             sd_bus_message* raw = nullptr;
             int result = sd_bus_call_method(bus.get(), kwinService, parent, "org.freedesktop.DBus.Introspectable",
@@ -232,7 +236,8 @@ struct Bus::State {
     // has it under, to unload it by, set even when it did not run. KWin reads
     // the file once the script runs, on a thread of its own: the file stays
     // until the script has called us.
-    bool loadAndRun(const std::string& source, const std::string& name, std::string& loadedAs, std::string& why) {
+    bool loadAndRun(const std::string& source, const std::string& name, std::string& loadedAs, std::string& why,
+                    bool checkNumber = true) {
         const std::filesystem::path file = scriptFile(name);
         {
             std::ofstream out(file, std::ios::binary | std::ios::trunc);
@@ -243,7 +248,7 @@ struct Bus::State {
             }
         }
         const std::string path = file.string();
-        const std::set<int> taken = publishedScripts();
+        const std::set<int> taken = checkNumber ? publishedScripts() : std::set<int>{};
         for (int attempt = 0; attempt < loadAttempts; ++attempt) {
             std::string as = attempt == 0 ? name : name + "+" + std::to_string(attempt);
             int id = call(scriptingPath, scriptingInterface, "loadScript", why, "i", path.c_str(), as.c_str());
@@ -263,13 +268,16 @@ struct Bus::State {
             }
             loadedAs = as;
             // HACK: KWin 5.27 exports a loaded script as /N; Plasma 6 as /Scripting/ScriptN.
-            std::string scriptPath = "/" + std::to_string(id);
-            std::string runWhy;
-            if (call(scriptPath.c_str(), scriptInterface, "run", runWhy) < 0) {
-                scriptPath = "/Scripting/Script" + std::to_string(id);
-                if (call(scriptPath.c_str(), scriptInterface, "run", why) < 0) return false;
+            for (const char* prefix : {"/", "/Scripting/Script"}) {
+                if (!scriptPrefix.empty() && scriptPrefix != prefix) continue;
+                std::string scriptPath = prefix + std::to_string(id);
+                if (call(scriptPath.c_str(), scriptInterface, "run", why) >= 0) {
+                    scriptPrefix = prefix;
+                    why.clear();
+                    return true;
+                }
             }
-            return true;
+            return false;
         }
         why = "KWin gave each script the number of one already loaded";
         return false;
@@ -396,7 +404,7 @@ std::optional<std::string> Bus::supportInformation(std::string& why) {
 }
 
 std::optional<std::string> Bus::runScript(const std::string& source, const std::string& token,
-                                          std::chrono::milliseconds timeout, std::string& why) {
+                                          std::chrono::milliseconds timeout, std::string& why, bool checkNumber) {
     State& s = *state_;
     const std::string name = "tarnwick-" + token;
     // Unloaded whatever happens: a script left loaded would run again with
@@ -414,7 +422,7 @@ std::optional<std::string> Bus::runScript(const std::string& source, const std::
             s.answers.clear();
         }
     } cleanup{s, name, {}};
-    if (!s.loadAndRun(source, name, cleanup.loadedAs, why)) return std::nullopt;
+    if (!s.loadAndRun(source, name, cleanup.loadedAs, why, checkNumber)) return std::nullopt;
     auto deadline = std::chrono::steady_clock::now() + timeout;
     if (!s.processUntil([&] { return s.answers.count(token) > 0; }, deadline, why)) {
         if (why.empty()) why = "KWin's script did not answer within " + std::to_string(timeout.count()) + " ms";

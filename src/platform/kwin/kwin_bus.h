@@ -42,9 +42,12 @@ public:
     // Loads `source` as a script under a name of its own, runs it, waits until
     // it calls back with `token` (at most `timeout`), and unloads it. The
     // payload it sent; nothing, with the reason in `why`, when loading,
-    // running or the answer failed.
+    // running or the answer failed. `checkNumber` false leaves out the check
+    // that KWin gave the script a number no other script has (a question to
+    // KWin): only to measure what KWin itself costs.
     std::optional<std::string> runScript(const std::string& source, const std::string& token,
-                                         std::chrono::milliseconds timeout, std::string& why);
+                                         std::chrono::milliseconds timeout, std::string& why,
+                                         bool checkNumber = true);
 
     // Asks the script kept loaded in KWin (see residentListingScript) for
     // the answer to `token`, loading the script `source` makes first when
