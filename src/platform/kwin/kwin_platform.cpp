@@ -1,6 +1,7 @@
-// The KWin backend: windows listed and placed by KWin scripts, one script per
-// capture and one per placing pass; applications are the processes that own
-// the windows, named and relaunched through their desktop entries.
+// The KWin backend: windows listed by a KWin script kept loaded while the
+// backend lives (one answer per capture) and placed by one script per placing
+// pass; applications are the processes that own the windows, named and
+// relaunched through their desktop entries.
 #include "platform/kwin/kwin_platform.h"
 
 #include "model/printable.h"
